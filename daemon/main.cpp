@@ -1,0 +1,102 @@
+#include "dbustypes.h"
+#include "logging.h"
+
+#include "featuresservice.h"
+#include "simservice.h"
+#include "storagesservice.h"
+
+#include <QCoreApplication>
+#include <QLoggingCategory>
+#include <QSocketNotifier>
+#include <QThreadPool>
+
+#include <csignal>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+bool debugEnabled = false;
+QLoggingCategory::CategoryFilter previousCategoryFilter = nullptr;
+// [0] is written by the SIGTERM handler, [1] is watched by the event loop.
+int termSocketPair[2] = {-1, -1};
+
+// Qt's own rules (QT_LOGGING_RULES, qtlogging.ini) are applied first; the switch
+// only ever adds debug and info, it never silences anything those rules enabled.
+void plinthCategoryFilter(QLoggingCategory *category)
+{
+    if (previousCategoryFilter)
+        previousCategoryFilter(category);
+    if (debugEnabled && qstrncmp(category->categoryName(), "plinthd", 7) == 0) {
+        category->setEnabled(QtDebugMsg, true);
+        category->setEnabled(QtInfoMsg, true);
+    }
+}
+
+// Async-signal context: the byte turns SIGTERM into an ordinary event-loop event.
+void termSignalHandler(int)
+{
+    const char byte = 1;
+    if (::write(termSocketPair[0], &byte, sizeof(byte)) < 1 && lcPlinthd().isWarningEnabled())
+        qCWarning(lcPlinthd) << "Failed to handle term signal.";
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    PlinthTypes::registerQuotaInfoMap();
+
+    debugEnabled = !qgetenv("PLINTHD_DEBUG").isEmpty();
+    previousCategoryFilter = QLoggingCategory::installFilter(plinthCategoryFilter);
+
+    auto *app = new QCoreApplication(argc, argv);
+    qCDebug(lcPlinthd) << "Plinth daemon application created";
+
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, termSocketPair) != 0)
+        qFatal("Couldn't create TERM socketpair");
+    auto *termNotifier = new QSocketNotifier(termSocketPair[1], QSocketNotifier::Read, app);
+    QObject::connect(termNotifier, SIGNAL(activated(int)), app, SLOT(quit()));
+
+    struct sigaction termAction = {};
+    termAction.sa_handler = termSignalHandler;
+    sigemptyset(&termAction.sa_mask);
+    termAction.sa_flags = SA_RESTART;
+    if (sigaction(SIGTERM, &termAction, nullptr) != 0)
+        qFatal("Failed setup SIGTERM signal handler");
+
+    // A service that cannot register means another daemon owns the name or there
+    // is no bus: leave at once, without tearing down what exists (the bus drops
+    // the name with the connection).
+    auto *featuresService = new FeaturesService(app);
+    if (!featuresService->isRegistered()) {
+        qCritical() << "FeaturesService registration failed (already running or DBus not found), exiting";
+        _exit(1);
+    }
+    auto *simService = new SimService(app);
+    if (!simService->isRegistered()) {
+        qCritical() << "SimService registration failed (already running or DBus not found), exiting";
+        _exit(1);
+    }
+    auto *storagesService = new StoragesService(app);
+    if (!storagesService->isRegistered()) {
+        qCritical() << "StoragesService registration failed (already running or DBus not found), exiting";
+        _exit(1);
+    }
+
+    const int status = app->exec();
+
+    ::close(termSocketPair[0]);
+    ::close(termSocketPair[1]);
+    qCDebug(lcPlinthd) << "exit";
+
+    // Storage queries run on the global pool and call back into the storage
+    // provider; they must be finished before the services go away.
+    QThreadPool::globalInstance()->waitForDone();
+
+    delete storagesService;
+    delete simService;
+    delete featuresService;
+    delete app;
+    return status;
+}

@@ -1,0 +1,54 @@
+#ifndef PLINTHD_FEATURESSERVICE_H
+#define PLINTHD_FEATURESSERVICE_H
+
+#include "basicservice.h"
+
+#include <QStringList>
+#include <QVariantList>
+
+// "/org/norvu/plinth/Features": hardware and OS facts, locale and fonts.
+class FeaturesService : public BasicService
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.norvu.plinth.Features")
+    Q_PROPERTY(uint osType READ osType)
+    Q_PROPERTY(bool isOsCertified READ isOsCertified)
+    Q_PROPERTY(bool isOsEmulated READ isOsEmulated)
+
+public:
+    explicit FeaturesService(QObject *parent);
+    ~FeaturesService() override;
+
+    uint osType() const;
+    bool isOsCertified() const;
+    bool isOsEmulated() const;
+
+signals:
+    void cameraEnabledChanged(bool enabled);
+
+public slots:
+    bool hasGNSS();
+    bool hasNFC();
+    bool hasBluetooth();
+    bool hasWlan();
+    uint getMaxCpuClockSpeed();
+    uint getNumberCpuCores();
+    QString getCpuModel();
+    QVariantList getMaxCpuCoresClockSpeed();
+    uint getBatteryChargePercentage();
+    double getMainCameraResolution();
+    double getFrontalCameraResolution();
+    qulonglong getRamTotalSize();
+    qulonglong getRamFreeSize();
+    QString getScreenResolution();
+    QString getOsVersion();
+    QString getDeviceModel();
+    QString getSerialNumber();
+    QString getLocale();
+    QStringList getLocales();
+    QString getTimeZone();
+    QStringList getFontNames();
+    QStringList getFontFamilyNames();
+};
+
+#endif // PLINTHD_FEATURESSERVICE_H

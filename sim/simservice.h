@@ -1,0 +1,26 @@
+#ifndef PLINTHD_SIMSERVICE_H
+#define PLINTHD_SIMSERVICE_H
+
+#include "basicservice.h"
+#include "dbustypes.h"
+
+// "/org/norvu/plinth/SIM": the SIM cards the telephony stack reports.
+class SimService : public BasicService
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.norvu.plinth.SIM")
+
+public:
+    explicit SimService(QObject *parent);
+    ~SimService() override;
+
+signals:
+    void simCardsEnabledChanged(QVariantMapList updatedSimCards);
+    void preferredDataTransferSimChanged(QVariantMapList updatedSimCards);
+    void preferredVoiceCallSimChanged(QVariantMapList updatedSimCards);
+
+public slots:
+    QVariantMapList getSimCardsInfo();
+};
+
+#endif // PLINTHD_SIMSERVICE_H

@@ -1,0 +1,298 @@
+"""Test bench for plinthd: a private system bus, mocked peers, the real daemon.
+
+Everything a test starts here is torn down by the test's cleanups, so no
+process outlives it. Run with Debian's interpreter (/usr/bin/python3): it needs
+python3-dbus and python3-dbusmock.
+
+    class MyTest(plinthtest.DaemonTestCase):
+        def test_something(self):
+            self.start_mock_template('systemd')
+            daemon = self.start_daemon()
+            self.assertEqual(self.features().getCpuModel(), '')
+"""
+
+import os
+import shlex
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+
+import dbus
+import dbusmock
+
+BUS_NAME = 'org.norvu.plinth'
+FEATURES_PATH = '/org/norvu/plinth/Features'
+SIM_PATH = '/org/norvu/plinth/SIM'
+STORAGES_PATH = '/org/norvu/plinth/Storages'
+FEATURES_IFACE = 'org.norvu.plinth.Features'
+SIM_IFACE = 'org.norvu.plinth.SIM'
+STORAGES_IFACE = 'org.norvu.plinth.Storages'
+OBJECTS = ((FEATURES_PATH, FEATURES_IFACE), (SIM_PATH, SIM_IFACE), (STORAGES_PATH, STORAGES_IFACE))
+
+
+def plinthd_binary():
+    path = os.environ.get('PLINTHD_BINARY')
+    if not path:
+        raise unittest.SkipTest('PLINTHD_BINARY is not set (run the tests through ctest)')
+    return path
+
+
+def wait_until(predicate, timeout=10.0, interval=0.02, what='condition'):
+    deadline = time.monotonic() + timeout
+    while True:
+        result = predicate()
+        if result:
+            return result
+        if time.monotonic() > deadline:
+            raise AssertionError('timed out after %.1f s waiting for %s' % (timeout, what))
+        time.sleep(interval)
+
+
+BUS_CONFIG = '''<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <keep_umask/>
+  <listen>unix:path={socket}</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_type="method_call"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+    <allow eavesdrop="true"/>
+  </policy>
+  <limit name="max_replies_per_connection">50000</limit>
+  <limit name="max_connections_per_user">2048</limit>
+  <limit name="max_pending_service_starts">1024</limit>
+</busconfig>
+'''
+
+
+class PrivateSystemBus:
+    """A dbus-daemon of its own, configured like a system bus but open to all.
+
+    start() points DBUS_SYSTEM_BUS_ADDRESS at it, so both this process's
+    dbus-python and every child (the daemon, dbusmock peers) use it.
+    """
+
+    def __init__(self, workdir, config_template=BUS_CONFIG):
+        self.workdir = workdir
+        self.config_template = config_template
+        self.process = None
+        self.address = None
+        self._saved_address = None
+
+    def start(self):
+        socket = os.path.join(self.workdir, 'system_bus_socket')
+        config = os.path.join(self.workdir, 'system-bus.conf')
+        with open(config, 'w') as f:
+            f.write(self.config_template.format(socket=socket))
+        # The bus's own complaints (it may not raise its fd limit here) go to a
+        # log beside the socket instead of the test output.
+        with open(os.path.join(self.workdir, 'dbus-daemon.log'), 'w') as log:
+            self.process = subprocess.Popen(
+                ['dbus-daemon', '--nofork', '--config-file=' + config, '--print-address=1'],
+                stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, stderr=log, universal_newlines=True)
+        self.address = self.process.stdout.readline().strip()
+        if not self.address:
+            raise RuntimeError('dbus-daemon did not start')
+        self._saved_address = os.environ.get('DBUS_SYSTEM_BUS_ADDRESS')
+        os.environ['DBUS_SYSTEM_BUS_ADDRESS'] = self.address
+        return self.address
+
+    def stop(self):
+        if self.process:
+            self.process.terminate()
+            try:
+                self.process.wait(5)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+            self.process.stdout.close()
+            self.process = None
+        if self._saved_address is None:
+            os.environ.pop('DBUS_SYSTEM_BUS_ADDRESS', None)
+        else:
+            os.environ['DBUS_SYSTEM_BUS_ADDRESS'] = self._saved_address
+
+
+class Daemon:
+    """The real plinthd binary, optionally in a private mount namespace.
+
+    binds:     {path the daemon reads: fake file or directory}, bind-mounted in
+               the namespace before the daemon starts.
+    setup:     extra shell commands run in the namespace before the binds
+               (for example mounting a tmpfs over a directory).
+    fake_bin:  {program name: script text}; written to a directory put first
+               on PATH, for the child processes the daemon starts.
+    """
+
+    def __init__(self, workdir, env=None, binds=None, setup=None, fake_bin=None,
+                 namespace=None, binary=None, wrapper=None):
+        self.workdir = workdir
+        self.env = dict(os.environ)
+        self.env.update(env or {})
+        self.binds = dict(binds or {})
+        self.setup = list(setup or [])
+        self.fake_bin = dict(fake_bin or {})
+        self.namespace = bool(self.binds or self.setup) if namespace is None else namespace
+        self.binary = binary or plinthd_binary()
+        self.wrapper = list(wrapper or [])
+        self.process = None
+        self.log_path = None
+        self._log = None
+
+    def command(self):
+        cmd = self.wrapper + [self.binary]
+        if not self.namespace:
+            return cmd
+        lines = ['set -e']
+        lines += self.setup
+        for target, source in self.binds.items():
+            lines.append('mount --bind %s %s' % (shlex.quote(source), shlex.quote(target)))
+        lines.append('exec "$@"')
+        return ['unshare', '--mount', '--propagation', 'private', '--',
+                '/bin/sh', '-c', '\n'.join(lines), 'plinthd-namespace'] + cmd
+
+    def start(self):
+        if self.fake_bin:
+            bindir = tempfile.mkdtemp(prefix='bin.', dir=self.workdir)
+            for name, text in self.fake_bin.items():
+                path = os.path.join(bindir, name)
+                with open(path, 'w') as f:
+                    f.write(text)
+                os.chmod(path, 0o755)
+            self.env['PATH'] = bindir + os.pathsep + self.env.get('PATH', '')
+        fd, self.log_path = tempfile.mkstemp(prefix='plinthd.', suffix='.log', dir=self.workdir)
+        self._log = os.fdopen(fd, 'w')
+        self.process = subprocess.Popen(self.command(), env=self.env, stdin=subprocess.DEVNULL,
+                                        stdout=self._log, stderr=subprocess.STDOUT)
+        return self
+
+    def wait_ready(self, timeout=30.0):
+        """Wait until all three objects answer on the bus."""
+        # libdbus remembers the first system bus address it saw, so connect by
+        # address: every test has a bus of its own.
+        bus = dbus.bus.BusConnection(self.env['DBUS_SYSTEM_BUS_ADDRESS'])
+        try:
+            def ready():
+                if self.process.poll() is not None:
+                    raise AssertionError('plinthd exited with %d before it was ready:\n%s'
+                                         % (self.process.returncode, self.output()))
+                if not bus.name_has_owner(BUS_NAME):
+                    return False
+                try:
+                    for path, iface in OBJECTS:
+                        xml = bus.get_object(BUS_NAME, path, introspect=False).Introspect(
+                            dbus_interface='org.freedesktop.DBus.Introspectable', timeout=5)
+                        if iface not in xml:
+                            return False
+                except dbus.exceptions.DBusException:
+                    return False
+                return True
+            wait_until(ready, timeout, what='plinthd to serve its three objects')
+        finally:
+            bus.close()
+        return self
+
+    def wait(self, timeout=30.0):
+        return self.process.wait(timeout)
+
+    def terminate(self, timeout=30.0):
+        """SIGTERM, then the exit status."""
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+        return self.process.wait(timeout)
+
+    def kill(self):
+        if self.process and self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+
+    def output(self):
+        if self._log:
+            self._log.flush()
+        with open(self.log_path, errors='replace') as f:
+            return f.read()
+
+    def close(self):
+        self.kill()
+        if self._log:
+            self._log.close()
+            self._log = None
+
+
+class DaemonTestCase(unittest.TestCase):
+    """Each test gets a fresh private system bus and a scratch directory."""
+
+    bus_config = BUS_CONFIG
+
+    def setUp(self):
+        self.workdir = tempfile.mkdtemp(prefix='plinthtest.')
+        self.addCleanup(shutil.rmtree, self.workdir, ignore_errors=True)
+        self.system_bus = PrivateSystemBus(self.workdir, self.bus_config)
+        self.system_bus.start()
+        self.addCleanup(self.system_bus.stop)
+        self._bus = None
+
+    @property
+    def bus(self):
+        """A dbus-python client connection of the test's own."""
+        if self._bus is None:
+            self._bus = dbus.bus.BusConnection(self.system_bus.address)
+            self.addCleanup(self._bus.close)
+        return self._bus
+
+    def start_daemon(self, wait=True, **kwargs):
+        daemon = Daemon(self.workdir, **kwargs)
+        self.addCleanup(daemon.close)
+        daemon.start()
+        if wait:
+            daemon.wait_ready()
+        return daemon
+
+    def _keep_mock(self, process):
+        def stop():
+            process.terminate()
+            try:
+                process.wait(5)
+            except subprocess.TimeoutExpired:
+                process.kill()
+                process.wait()
+        self.addCleanup(stop)
+
+    def start_mock_template(self, template, parameters=None):
+        """A python-dbusmock template (systemd, ofono, ...) on the private bus."""
+        process, obj = dbusmock.DBusTestCase.spawn_server_template(
+            template, parameters or {}, stdout=subprocess.DEVNULL, system_bus=True)
+        self._keep_mock(process)
+        return process, obj
+
+    def start_mock(self, name, path, interface):
+        """A plain python-dbusmock object; add methods with its AddMethod."""
+        process = dbusmock.DBusTestCase.spawn_server(name, path, interface, system_bus=True,
+                                                     stdout=subprocess.DEVNULL)
+        self._keep_mock(process)
+        obj = self.bus.get_object(name, path)
+        return process, dbus.Interface(obj, dbusmock.MOCK_IFACE)
+
+    def proxy(self, path, interface):
+        return dbus.Interface(self.bus.get_object(BUS_NAME, path, introspect=False), interface)
+
+    def features(self):
+        return self.proxy(FEATURES_PATH, FEATURES_IFACE)
+
+    def sim(self):
+        return self.proxy(SIM_PATH, SIM_IFACE)
+
+    def storages(self):
+        return self.proxy(STORAGES_PATH, STORAGES_IFACE)
+
+
+def main():
+    unittest.main(verbosity=2)
