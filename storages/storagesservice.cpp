@@ -2,15 +2,72 @@
 
 #include "storagesadaptor.h"
 #include "storagesinfo.h"
+#include "threadhandoff.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDebug>
+#include <QException>
+#include <QFutureInterface>
+#include <QRunnable>
 #include <QThreadPool>
-#include <QtConcurrent>
 
 static const QString ServiceName = QStringLiteral("org.norvu.plinth");
 static const QString ObjectPath = QStringLiteral("/org/norvu/plinth/Storages");
+
+// One query started by a D-Bus call: what QtConcurrent::run makes of a
+// functor (a runnable with a future nobody waits on), written out so that the
+// hand-over to the pool thread can be shown to ThreadSanitizer. It keeps its
+// own copies of the connection and the call, answers on the pool thread and
+// is deleted by the pool.
+class StoragesService::QueryTask : public QRunnable, public QFutureInterface<void>
+{
+public:
+    QueryTask(const QDBusConnection &connection, const QDBusMessage &call, QueryType type,
+              const StoragesService *service)
+        : m_connection(connection), m_call(call), m_type(type), m_service(service)
+    {
+    }
+
+    void start()
+    {
+        QThreadPool *pool = QThreadPool::globalInstance();
+        setThreadPool(pool);
+        setRunnable(this);
+        reportStarted();
+        PLINTHD_HANDOFF_RELEASE(this);
+        pool->start(this, 0);
+    }
+
+    // A query that throws sends no reply: the caller runs into its own
+    // time-out, as with any lost call.
+    void run() override
+    {
+        PLINTHD_HANDOFF_ACQUIRE(this);
+        if (isCanceled()) {
+            reportFinished();
+            return;
+        }
+        try {
+            const QVariantMap result = m_service->runQuery(m_type);
+            m_connection.send(m_call.createReply(QVariantList{QVariant(result)}));
+        } catch (const QException &e) {
+            reportException(e);
+        } catch (...) {
+            reportException(QUnhandledException());
+        }
+        // The service is deleted only after the pool has run dry (the
+        // daemon waits for it); this is the task's last use of it.
+        PLINTHD_HANDOFF_RELEASE(m_service);
+        reportFinished();
+    }
+
+private:
+    QDBusConnection m_connection;
+    const QDBusMessage m_call;
+    const QueryType m_type;
+    const StoragesService *const m_service;
+};
 
 StoragesService::StoragesService(QObject *parent)
     : BasicService(ServiceName, ObjectPath, parent)
@@ -29,6 +86,7 @@ StoragesService::StoragesService(QObject *parent)
 // running are awaited by the daemon before it deletes the services.
 StoragesService::~StoragesService()
 {
+    PLINTHD_HANDOFF_ACQUIRE(this);
     delete storagesInfo;
     storagesInfo = nullptr;
 }
@@ -80,13 +138,7 @@ QVariantMap StoragesService::tryStartQuery(QueryType type)
     if (message().isReplyRequired())
         setDelayedReply(true);
 
-    const QDBusConnection bus = connection();
-    const QDBusMessage call = message();
-    const StoragesService *service = this;
-    QtConcurrent::run(QThreadPool::globalInstance(), [bus, call, type, service]() {
-        const QVariantMap result = service->runQuery(type);
-        QDBusConnection(bus).send(call.createReply(QVariantList{QVariant(result)}));
-    });
+    (new QueryTask(connection(), message(), type, this))->start();
     return QVariantMap();
 }
 

@@ -46,6 +46,8 @@ public slots:
     QuotaInfoMap getUsersQuotaInfo();
 
 private:
+    class QueryTask;
+
     QVariantMap tryStartQuery(QueryType type);
     QVariantMap runQuery(QueryType type) const;
 
