@@ -78,6 +78,7 @@ StoragesService::StoragesService(QObject *parent)
         qCritical() << "StoragesAdaptor is not created";
     PlinthTypes::registerVariantMapList();
     PlinthTypes::registerVariantMap();
+    ThreadHandoff::annotateBusMarshalling();
     connect(storagesInfo, &StoragesInfo::externalStorageChanged, this, &StoragesService::externalStorageChanged);
     connect(storagesInfo, &StoragesInfo::externalDriveChanged, this, &StoragesService::externalDriveChanged);
 }
