@@ -8,8 +8,11 @@
 #include <QSet>
 
 #include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 namespace {
 
@@ -57,21 +60,40 @@ const MountEntry *preferredMount(const QVector<const MountEntry *> &mounts)
     return mounts.isEmpty() ? nullptr : mounts.first();
 }
 
-void measure(PartitionData &data, const QString &mountPath, qint64 deviceSize)
+// Measures the file system through a descriptor of its mount point, after
+// checking that the descriptor really is on the mounted file system: between
+// reading the table and looking at the path, the mount may have gone, and the
+// path would then show the file system beneath it. The open descriptor keeps
+// the file system it checked for the measurement.
+void measure(PartitionData &data, const MountEntry &mount, qint64 deviceSize)
 {
-    data.mountPath = mountPath;
-    struct statvfs fs = {};
-    if (::statvfs(QFile::encodeName(mountPath).constData(), &fs) == 0) {
-        const qint64 unit = qint64(fs.f_frsize);
-        data.status = Partition::Mounted;
-        data.bytesTotal = qint64(fs.f_blocks) * unit;
-        data.bytesFree = qint64(fs.f_bfree) * unit;
-        data.bytesAvailable = qint64(fs.f_bavail) * unit;
-        data.bytesTotalLimit = qint64(fs.f_blocks - (fs.f_bfree - fs.f_bavail)) * unit;
+    data.bytesTotal = data.bytesTotalLimit = deviceSize;
+    const int fd = ::open(QFile::encodeName(mount.target).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        data.mountPath = mount.target;
+        data.status = Partition::Inaccessible;
         return;
     }
-    data.status = Partition::Inaccessible;
-    data.bytesTotal = data.bytesTotalLimit = deviceSize;
+    struct stat where = {};
+    struct statvfs fs = {};
+    const bool sameMount = ::fstat(fd, &where) == 0 && where.st_dev == mount.devno;
+    const bool measured = sameMount && ::fstatvfs(fd, &fs) == 0;
+    ::close(fd);
+    if (!sameMount) {
+        data.status = Partition::Unmounted;
+        return;
+    }
+    data.mountPath = mount.target;
+    if (!measured) {
+        data.status = Partition::Inaccessible;
+        return;
+    }
+    const qint64 unit = qint64(fs.f_frsize);
+    data.status = Partition::Mounted;
+    data.bytesTotal = qint64(fs.f_blocks) * unit;
+    data.bytesFree = qint64(fs.f_bfree) * unit;
+    data.bytesAvailable = qint64(fs.f_bavail) * unit;
+    data.bytesTotalLimit = qint64(fs.f_blocks - (fs.f_bfree - fs.f_bavail)) * unit;
 }
 
 // Digit runs compare as numbers, so sda2 comes before sda10.
@@ -170,7 +192,7 @@ QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, co
             {QStringLiteral("connectionBus"), device.connectionBus},
         };
         if (mount) {
-            measure(*data, mount->target, device.sizeBytes);
+            measure(*data, *mount, device.sizeBytes);
         } else {
             data->status = Partition::Unmounted;
             data->bytesTotal = data->bytesTotalLimit = device.sizeBytes;
@@ -202,7 +224,7 @@ QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, co
             {QStringLiteral("model"), QString()},
             {QStringLiteral("connectionBus"), int(Partition::OtherBus)},
         };
-        measure(*data, entry->target, 0);
+        measure(*data, *entry, 0);
         partitions.append(Partition(data));
     }
     return partitions;

@@ -10,16 +10,34 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 namespace {
 
 const char *const EmmcDisk = "/sys/devices/platform/soc/fe310000.mmc/mmc_host/mmc0/mmc0:0001/block/mmcblk0";
 
-// The internal eMMC: system, user and an internal data partition.
-const QByteArray BaseTable =
-        "22 1 0:21 / /proc rw,relatime - proc proc rw\n"
-        "27 1 179:1 / / rw,relatime shared:1 - ext4 /dev/mmcblk0p1 rw\n"
-        "30 27 179:2 / /home rw,relatime shared:2 - ext4 /dev/mmcblk0p2 rw\n"
-        "31 27 179:3 / /media/data rw,relatime shared:3 - ext4 /dev/mmcblk0p3 rw\n";
+// A mount table line. Mount paths that exist here carry the device number of
+// the file system that is really there, as the kernel's table would: the
+// manager checks it before measuring. The recorded devices are found by name.
+QByteArray mountLine(int id, const QString &target, const char *source, const char *type)
+{
+    struct stat st = {};
+    const bool exists = ::stat(QFile::encodeName(target).constData(), &st) == 0;
+    const QByteArray devno = exists ? QByteArray::number(major(st.st_dev)) + ':' + QByteArray::number(minor(st.st_dev))
+                                    : QByteArray("179:99");
+    return QByteArray::number(id) + " 1 " + devno + " / " + QFile::encodeName(target) + " rw,relatime - " + type + ' '
+            + source + " rw\n";
+}
+
+// The internal eMMC: system, user and an internal data partition (whose mount
+// path does not exist here).
+QByteArray baseTable()
+{
+    return "22 1 0:21 / /proc rw,relatime - proc proc rw\n" + mountLine(27, "/", "/dev/mmcblk0p1", "ext4")
+            + mountLine(30, "/home", "/dev/mmcblk0p2", "ext4")
+            + mountLine(31, "/media/data", "/dev/mmcblk0p3", "ext4");
+}
 
 QStringList names(const QVector<Partition> &partitions)
 {
@@ -53,7 +71,7 @@ private slots:
     {
         m_testbed = new UmockdevTestbed;
         QVERIFY(m_testbed->add("emmc"));
-        writeTable(BaseTable);
+        writeTable(baseTable());
         m_manager = new PartitionManager(m_tablePath);
         m_added = new QSignalSpy(m_manager, &PartitionManager::partitionAdded);
         m_storage = new QSignalSpy(m_manager, &PartitionManager::storageAdded);
@@ -74,6 +92,7 @@ private slots:
         QCOMPARE(names(m_manager->partitions(Partition::System)), QStringList({"mmcblk0p1"}));
         QCOMPARE(names(m_manager->partitions(Partition::User)), QStringList({"mmcblk0p2"}));
         QCOMPARE(names(m_manager->partitions(Partition::Mass)), QStringList({"mmcblk0p3"}));
+        QCOMPARE(m_manager->partitions(Partition::Mass).value(0).status(), Partition::Inaccessible);
         QCOMPARE(names(m_manager->partitions(Partition::System | Partition::User | Partition::Mass)),
                  QStringList({"mmcblk0p1", "mmcblk0p2", "mmcblk0p3"}));
         QVERIFY(m_manager->partitions(Partition::External).isEmpty());
@@ -109,8 +128,7 @@ private slots:
         m_added->clear();
 
         // Mounted: the table says so, and the next udev event brings the rescan.
-        writeTable(BaseTable + "40 27 0:70 / " + QFile::encodeName(m_dir.path())
-                   + " rw,relatime shared:40 - vfat /dev/mmcblk1p1 rw\n");
+        writeTable(baseTable() + mountLine(40, m_dir.path(), "/dev/mmcblk1p1", "vfat"));
         m_testbed->uevent(EmmcDisk, "change");
         QTRY_COMPARE(m_storage->count(), 1);
         QCOMPARE(argument(*m_storage, 0).deviceName(), QStringLiteral("mmcblk1p1"));
@@ -119,7 +137,7 @@ private slots:
         QCOMPARE(m_added->count(), 0);
 
         // Unmounted: a bare partition again.
-        writeTable(BaseTable);
+        writeTable(baseTable());
         m_testbed->uevent(EmmcDisk, "change");
         QTRY_COMPARE(m_added->count(), 1);
         QCOMPARE(argument(*m_added, 0).deviceName(), QStringLiteral("mmcblk1p1"));
@@ -154,8 +172,7 @@ private slots:
         QTRY_COMPARE(m_added->count(), 2);
         m_added->clear();
 
-        writeTable(BaseTable + "40 27 0:70 / " + QFile::encodeName(m_dir.path())
-                   + " rw,relatime shared:40 - vfat /dev/mmcblk1p1 rw\n");
+        writeTable(baseTable() + mountLine(40, m_dir.path(), "/dev/mmcblk1p1", "vfat"));
         m_manager->refresh();
         QCOMPARE(names(m_manager->partitions(Partition::External)), QStringList({"mmcblk1p1", "mmcblk1p2"}));
         QCOMPARE(m_manager->partitions(Partition::External).value(0).status(), Partition::Mounted);

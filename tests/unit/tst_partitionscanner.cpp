@@ -5,6 +5,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 
@@ -39,6 +40,14 @@ BlockDevice device(const QString &name, dev_t devnum, bool removable, int bus = 
     d.removable = removable;
     d.connectionBus = bus;
     return d;
+}
+
+// The device number the kernel gives the file system at a path: a mount
+// entry for an existing path must carry it to count as mounted.
+dev_t deviceOf(const QString &path)
+{
+    struct stat st = {};
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_dev : 0;
 }
 
 const Partition *byName(const QVector<Partition> &partitions, const QString &name)
@@ -87,7 +96,7 @@ private slots:
     void rootAndHomeOnTheirOwnPartitions()
     {
         const QVector<Partition> parts = PartitionScanner::build(
-                {mount("/dev/vda1", "/", makedev(254, 1)), mount("/dev/vda2", "/home", makedev(254, 2))},
+                {mount("/dev/vda1", "/", deviceOf("/")), mount("/dev/vda2", "/home", deviceOf("/home"))},
                 {device("vda1", makedev(254, 1), false), device("vda2", makedev(254, 2), false),
                  device("vda3", makedev(254, 3), false)});
         QCOMPARE(names(parts), QStringList({"vda1", "vda2"}));
@@ -95,6 +104,20 @@ private slots:
         QCOMPARE(parts.at(1).storageType(), Partition::StorageTypes(Partition::User));
         QCOMPARE(parts.at(0).status(), Partition::Mounted);
         QCOMPARE(parts.at(0).mountPath(), QStringLiteral("/"));
+    }
+
+    void mountGoneBeforeMeasuringIsUnmounted()
+    {
+        // The table lists a mount whose path now shows another file system.
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QVector<Partition> parts = PartitionScanner::build(
+                {mount("/dev/sdb1", dir.path(), makedev(8, 17))}, {device("sdb1", makedev(8, 17), true)});
+        QCOMPARE(parts.size(), 1);
+        QCOMPARE(parts.at(0).status(), Partition::Unmounted);
+        QVERIFY(parts.at(0).mountPath().isEmpty());
+        QCOMPARE(parts.at(0).bytesTotal(), qint64(1024 * 1024));
+        QCOMPARE(parts.at(0).bytesFree(), qint64(0));
     }
 
     void rootIsAlsoUserWithoutHomeMount()
@@ -108,8 +131,8 @@ private slots:
     void homeAsBindMountOfTheRootDevice()
     {
         const QVector<Partition> parts = PartitionScanner::build(
-                {mount("/dev/vda1", "/", makedev(254, 1)),
-                 mount("/dev/vda1", "/home", makedev(254, 1), "ext4", "/data/home")},
+                {mount("/dev/vda1", "/", deviceOf("/")),
+                 mount("/dev/vda1", "/home", deviceOf("/"), "ext4", "/data/home")},
                 {device("vda1", makedev(254, 1), false)});
         QCOMPARE(parts.size(), 1);
         QCOMPARE(parts.at(0).storageType(), Partition::System | Partition::User);
@@ -182,7 +205,7 @@ private slots:
         QTemporaryDir dir;
         QVERIFY(dir.isValid());
         const QVector<Partition> parts = PartitionScanner::build(
-                {mount("/dev/sdb1", dir.path(), makedev(8, 17))}, {device("sdb1", makedev(8, 17), true)});
+                {mount("/dev/sdb1", dir.path(), deviceOf(dir.path()))}, {device("sdb1", makedev(8, 17), true)});
         QCOMPARE(parts.size(), 1);
         struct statvfs fs = {};
         QCOMPARE(::statvfs(QFile::encodeName(dir.path()).constData(), &fs), 0);
