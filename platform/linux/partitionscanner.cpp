@@ -8,11 +8,9 @@
 #include <QSet>
 
 #include <algorithm>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
 
 namespace {
 
@@ -60,26 +58,29 @@ const MountEntry *preferredMount(const QVector<const MountEntry *> &mounts)
     return mounts.isEmpty() ? nullptr : mounts.first();
 }
 
-// Measures the file system through a descriptor of its mount point, after
-// checking that the descriptor really is on the mounted file system: between
-// reading the table and looking at the path, the mount may have gone, and the
-// path would then show the file system beneath it. The open descriptor keeps
-// the file system it checked for the measurement.
+// Measures the file system at a mount path, checking before and after that
+// the path still shows the mounted file system: between reading the table and
+// looking at the path the mount may have gone, and the path would then show
+// the file system beneath it.
 void measure(PartitionData &data, const MountEntry &mount, qint64 deviceSize)
 {
     data.bytesTotal = data.bytesTotalLimit = deviceSize;
-    const int fd = ::open(QFile::encodeName(mount.target).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
+    const QByteArray path = QFile::encodeName(mount.target);
+    const auto onMountedFileSystem = [&path, &mount](bool *reachable) {
+        struct stat where = {};
+        *reachable = ::stat(path.constData(), &where) == 0;
+        return *reachable && where.st_dev == mount.devno;
+    };
+    bool reachable = false;
+    struct statvfs fs = {};
+    const bool before = onMountedFileSystem(&reachable);
+    if (!reachable) {
         data.mountPath = mount.target;
         data.status = Partition::Inaccessible;
         return;
     }
-    struct stat where = {};
-    struct statvfs fs = {};
-    const bool sameMount = ::fstat(fd, &where) == 0 && where.st_dev == mount.devno;
-    const bool measured = sameMount && ::fstatvfs(fd, &fs) == 0;
-    ::close(fd);
-    if (!sameMount) {
+    const bool measured = before && ::statvfs(path.constData(), &fs) == 0;
+    if (!before || !onMountedFileSystem(&reachable)) {
         data.status = Partition::Unmounted;
         return;
     }
