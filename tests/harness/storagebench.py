@@ -136,7 +136,16 @@ class StorageTestCase(plinthtest.DaemonTestCase):
         preload = sanitizer_preload() + [p for p in os.environ.get('LD_PRELOAD', '').split() if p]
         env['LD_PRELOAD'] = ' '.join(preload)
         self.daemon = self.start_daemon(env=env, namespace=True, **kwargs)
+        self.addCleanup(self._check_clean_exit, self.daemon)
         return self.daemon
+
+    def _check_clean_exit(self, daemon):
+        """Every test ends with SIGTERM: status 0, and no sanitizer report on the way."""
+        status = daemon.terminate()
+        output = daemon.output()
+        for marker in ('ThreadSanitizer', 'AddressSanitizer', 'LeakSanitizer', 'runtime error:'):
+            self.assertNotIn(marker, output)
+        self.assertEqual(status, 0, output[-4000:])
 
     def in_namespace(self, *command):
         subprocess.run(['nsenter', '-t', str(self.daemon.process.pid), '-m', '--'] + list(command),
