@@ -1,0 +1,35 @@
+#ifndef PLINTHD_TESTCAMERAS_H
+#define PLINTHD_TESTCAMERAS_H
+
+#include <QByteArray>
+#include <QCamera>
+#include <QList>
+#include <QSize>
+#include <QString>
+
+// One camera offered by the test media service.
+struct TestCamera
+{
+    QByteArray deviceName;
+    QCamera::Position position = QCamera::UnspecifiedPosition;
+    QList<QSize> stillResolutions;
+};
+
+// The cameras a test asks for, read from PLINTHD_TEST_CAMERAS, e.g.
+// "back:4032x3024,front:640x480". Each entry is a position (back, front or
+// unspecified), a colon and the still resolutions joined by '+'; an entry
+// with nothing after the colon is a camera without still resolutions. The
+// cameras are listed in the order given; an entry that does not parse is
+// skipped with a warning, so a typo in a test shows in its log.
+namespace TestCameras {
+
+QList<TestCamera> parse(const QString &text);
+QList<TestCamera> fromEnvironment();
+
+// Appends one line to the file named by PLINTHD_TEST_CAMERA_LOG, so a test can
+// see which cameras were loaded and unloaded and when resolutions were asked.
+void logEvent(const QString &event, const QByteArray &deviceName);
+
+} // namespace TestCameras
+
+#endif // PLINTHD_TESTCAMERAS_H
