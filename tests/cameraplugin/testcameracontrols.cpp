@@ -43,7 +43,7 @@ void TestCameraControl::setState(QCamera::State state)
         passing = state == QCamera::ActiveState ? QCamera::StartingStatus : QCamera::StoppingStatus;
     }
     setStatus(passing);
-    QTimer::singleShot(0, this, [this, state] { finishTransition(state); });
+    QTimer::singleShot(TestCameras::settleDelay(), this, [this, state] { finishTransition(state); });
 }
 
 // A transition that another setState() overtook in the meantime is dropped:

@@ -56,6 +56,11 @@ QList<TestCamera> fromEnvironment()
     return parse(qEnvironmentVariable("PLINTHD_TEST_CAMERAS"));
 }
 
+int settleDelay()
+{
+    return qMax(0, qEnvironmentVariableIntValue("PLINTHD_TEST_CAMERA_DELAY_MS"));
+}
+
 void logEvent(const QString &event, const QByteArray &deviceName)
 {
     const QString path = qEnvironmentVariable("PLINTHD_TEST_CAMERA_LOG");

@@ -26,6 +26,11 @@ namespace TestCameras {
 QList<TestCamera> parse(const QString &text);
 QList<TestCamera> fromEnvironment();
 
+// How long a camera takes to finish loading or unloading, in milliseconds:
+// PLINTHD_TEST_CAMERA_DELAY_MS, 0 when unset. A test that wants to see the
+// state before a measurement slows the cameras down with it.
+int settleDelay();
+
 // Appends one line to the file named by PLINTHD_TEST_CAMERA_LOG, so a test can
 // see which cameras were loaded and unloaded and when resolutions were asked.
 void logEvent(const QString &event, const QByteArray &deviceName);
