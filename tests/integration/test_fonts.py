@@ -45,6 +45,8 @@ class FontsTest(plinthtest.DaemonTestCase):
         return [str(item) for item in value]
 
     def assertNoFontWarnings(self, daemon):
+        # A clean exit also lets the AddressSanitizer build check for leaks.
+        self.assertEqual(daemon.terminate(), 0)
         out = daemon.output()
         for text in FONT_WARNINGS:
             self.assertNotIn(text, out)
@@ -61,8 +63,9 @@ class FontsTest(plinthtest.DaemonTestCase):
                  '<test name="file"><string>@FONTS@/a.b.ttf</string></test>'
                  '<edit name="family" mode="assign_replace"><string>Foo 1.5</string></edit>'
                  '</match>\n')
-        self.start_daemon(env=self.font_configuration(['DejaVuSans-Bold.ttf', 'a.b.ttf'], rules))
+        daemon = self.start_daemon(env=self.font_configuration(['DejaVuSans-Bold.ttf', 'a.b.ttf'], rules))
         self.assertEqual(sorted(self.call('getFontFamilyNames')), ['DejaVu Sans', 'Foo 1'])
+        self.assertNoFontWarnings(daemon)
 
     def test_no_fonts(self):
         daemon = self.start_daemon(env=self.font_configuration([]))

@@ -54,6 +54,7 @@ class UserLocaleTest(plinthtest.DaemonTestCase):
                 self.assertEqual(self.get_locale(), expected)
         self.assertNotIn(UID_WARNING, daemon.output())
         self.assertNotIn(LOCALE_WARNING, daemon.output())
+        self.assertEqual(daemon.terminate(), 0)
 
     def test_uid_is_passed_on_as_u(self):
         mock = self.user_manager(current_user='ret = dbus.UInt32(100003)')
@@ -87,6 +88,7 @@ class UserLocaleTest(plinthtest.DaemonTestCase):
         self.assertNotIn(LOCALE_WARNING, daemon.output())
         self.assertEqual(len(mock.GetMethodCalls('currentUser')), 1)
         self.assertEqual(mock.GetMethodCalls('getUserLocale'), [])
+        self.assertEqual(daemon.terminate(), 0)
 
     def test_error_from_get_user_locale(self):
         mock = self.user_manager(user_locale=RAISE)
@@ -95,6 +97,7 @@ class UserLocaleTest(plinthtest.DaemonTestCase):
         self.assertIn(LOCALE_WARNING, daemon.output())
         self.assertNotIn(UID_WARNING, daemon.output())
         self.assertEqual(len(mock.GetMethodCalls('getUserLocale')), 1)
+        self.assertEqual(daemon.terminate(), 0)
 
     def test_no_user_manager(self):
         daemon = self.start_daemon()
@@ -103,6 +106,7 @@ class UserLocaleTest(plinthtest.DaemonTestCase):
         # Asked again on the next call, and answered the same way.
         self.assertEqual(self.get_locale(), 'C')
         self.assertEqual(daemon.output().count(UID_WARNING), 2)
+        self.assertEqual(daemon.terminate(), 0)
 
     def test_user_manager_that_appears_later(self):
         self.start_daemon()
@@ -139,7 +143,7 @@ class InstalledLocalesTest(plinthtest.DaemonTestCase):
         path = self.fake_locale_directory(directories, files=['it_IT'])
         self.assertIn('it_IT', names)
 
-        self.start_daemon(binds={'/usr/lib/locale': path})
+        daemon = self.start_daemon(binds={'/usr/lib/locale': path})
         expected = [n for n in names if n in directories]
         # The chosen names must tell the framework's order from a sorted one.
         self.assertNotEqual(expected, sorted(expected))
@@ -149,6 +153,7 @@ class InstalledLocalesTest(plinthtest.DaemonTestCase):
         self.assertNotIn('it_IT', result)
         self.assertNotIn('.', result)
         self.assertNotIn('..', result)
+        self.assertEqual(daemon.terminate(), 0)
 
     def test_names_with_a_codeset_never_match(self):
         path = self.fake_locale_directory(['en_US.utf8', 'de_DE.UTF-8', 'C.utf8', 'fr_FR.utf8'])
@@ -173,6 +178,7 @@ class InstalledLocalesTest(plinthtest.DaemonTestCase):
         daemon = self.start_daemon(setup=['mount --bind /usr/lib %s' % shlex.quote(real)],
                                    binds={'/usr/lib': links})
         self.assertEqual(self.get_locales(), [])
+        self.assertEqual(daemon.terminate(), 0)
         self.assertNotIn('locale', daemon.output().lower())
 
     def test_directories_are_read_once(self):
