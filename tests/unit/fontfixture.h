@@ -44,6 +44,19 @@ public:
         return file.open(QIODevice::WriteOnly) && file.write(text.toUtf8()) == text.toUtf8().size();
     }
 
+    // A rule that edits the family of the fonts as fontconfig scans them, of
+    // one file when `file` (relative to the font directory) is given, of all
+    // otherwise: how a test gets families of its choosing out of one font.
+    static QString familyRule(const QString &mode, const QString &family, const QString &file = QString())
+    {
+        const QString test = file.isEmpty()
+                ? QString()
+                : QStringLiteral("<test name=\"file\"><string>@FONTS@/%1</string></test>").arg(file);
+        return QStringLiteral("<match target=\"scan\">%1<edit name=\"family\" mode=\"%2\"><string>%3</string></edit>"
+                              "</match>\n")
+                .arg(test, mode, family);
+    }
+
     QString fontDirectory() const { return dir.filePath(QStringLiteral("fonts")); }
     QString configFile() const { return dir.filePath(QStringLiteral("fonts.conf")); }
 

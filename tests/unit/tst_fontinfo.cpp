@@ -67,10 +67,8 @@ private slots:
         // pattern for each, and every pattern is one entry.
         FontFixture fixture;
         QVERIFY(fixture.create({QStringLiteral("DejaVuSans-Bold.ttf"), QStringLiteral("sub/DejaVuSans-Bold.ttf")},
-                               QStringLiteral("<match target=\"scan\">"
-                                              "<test name=\"file\"><string>@FONTS@/sub/DejaVuSans-Bold.ttf</string></test>"
-                                              "<edit name=\"family\" mode=\"append_last\"><string>Second Name</string></edit>"
-                                              "</match>\n")));
+                               FontFixture::familyRule(QStringLiteral("append_last"), QStringLiteral("Second Name"),
+                                                       QStringLiteral("sub/DejaVuSans-Bold.ttf"))));
         QVERIFY(useConfiguration(fixture));
         FontInfo info;
         QCOMPARE(info.getFontNames(), QStringList({QStringLiteral("DejaVuSans-Bold"), QStringLiteral("DejaVuSans-Bold")}));
@@ -81,10 +79,8 @@ private slots:
     {
         FontFixture fixture;
         QVERIFY(fixture.create({QStringLiteral("DejaVuSans-Bold.ttf"), QStringLiteral("a.b.ttf")},
-                               QStringLiteral("<match target=\"scan\">"
-                                              "<test name=\"file\"><string>@FONTS@/a.b.ttf</string></test>"
-                                              "<edit name=\"family\" mode=\"assign_replace\"><string>Foo 1.5</string></edit>"
-                                              "</match>\n")));
+                               FontFixture::familyRule(QStringLiteral("assign_replace"), QStringLiteral("Foo 1.5"),
+                                                       QStringLiteral("a.b.ttf"))));
         QVERIFY(useConfiguration(fixture));
         FontInfo info;
         QCOMPARE(sorted(info.getFontFamilyNames()), QStringList({QStringLiteral("DejaVu Sans"), QStringLiteral("Foo 1")}));
@@ -94,9 +90,7 @@ private slots:
     {
         FontFixture fixture;
         QVERIFY(fixture.create({QStringLiteral("Шрифт.ttf")},
-                               QStringLiteral("<match target=\"scan\">"
-                                              "<edit name=\"family\" mode=\"assign_replace\"><string>Шрифт 2.0</string></edit>"
-                                              "</match>\n")));
+                               FontFixture::familyRule(QStringLiteral("assign_replace"), QStringLiteral("Шрифт 2.0"))));
         QVERIFY(useConfiguration(fixture));
         FontInfo info;
         QCOMPARE(info.getFontNames(), QStringList({QStringLiteral("Шрифт")}));
