@@ -25,10 +25,9 @@ def framework_locale_names():
 class UserLocaleTest(plinthtest.DaemonTestCase):
     """getLocale: asked of the user manager on every call."""
 
-    def user_manager(self, current_user='ret = dbus.UInt32(100000)', user_locale="ret = 'en_US.utf8'",
-                     uid_type='u'):
+    def user_manager(self, current_user='ret = dbus.UInt32(100000)', user_locale="ret = 'en_US.utf8'"):
         _, mock = self.start_mock(USER_MANAGER, '/', USER_MANAGER)
-        mock.AddMethod('', 'currentUser', '', uid_type, current_user)
+        mock.AddMethod('', 'currentUser', '', 'u', current_user)
         mock.AddMethod('', 'getUserLocale', 'u', 's', user_locale)
         return mock
 
