@@ -58,7 +58,7 @@ QList<TestCamera> fromEnvironment()
 
 int settleDelay()
 {
-    return qMax(0, qEnvironmentVariableIntValue("PLINTHD_TEST_CAMERA_DELAY_MS"));
+    return qMax(1, qEnvironmentVariableIntValue("PLINTHD_TEST_CAMERA_DELAY_MS"));
 }
 
 void logEvent(const QString &event, const QByteArray &deviceName)

@@ -27,8 +27,14 @@ QList<TestCamera> parse(const QString &text);
 QList<TestCamera> fromEnvironment();
 
 // How long a camera takes to finish loading or unloading, in milliseconds:
-// PLINTHD_TEST_CAMERA_DELAY_MS, 0 when unset. A test that wants to see the
-// state before a measurement slows the cameras down with it.
+// PLINTHD_TEST_CAMERA_DELAY_MS, at least 1. A test that wants to see the state
+// before a measurement slows the cameras down with it.
+//
+// Never 0: a real backend reports from its own device and bus events, which
+// the event loop handles after the events already posted when load() was
+// called. A zero-time single shot would be one of those posted events and
+// could overtake them, for instance the queued set-up that connects a D-Bus
+// adaptor to its object, which no real camera can.
 int settleDelay();
 
 // Appends one line to the file named by PLINTHD_TEST_CAMERA_LOG, so a test can

@@ -22,6 +22,7 @@ own, driven by a GLib main loop only while a test waits.
 import json
 import os
 import shlex
+import tempfile
 import time
 
 import dbus
@@ -62,10 +63,12 @@ class CameraRig:
         self.cameras = cameras
         self.read_only = read_only
         self.delay_ms = delay_ms
-        self.spec_dir = os.path.join(workdir, 'etc-plinth')
+        # A folder of its own, so that several rigs can share a test's workdir.
+        self.root = tempfile.mkdtemp(prefix='cameras.', dir=workdir)
+        self.spec_dir = os.path.join(self.root, 'etc-plinth')
         self.spec_path = os.path.join(self.spec_dir, SPEC_NAME)
-        self.event_log = os.path.join(workdir, 'camera-events.log')
-        os.makedirs(self.spec_dir, exist_ok=True)
+        self.event_log = os.path.join(self.root, 'camera-events.log')
+        os.mkdir(self.spec_dir)
         if spec is not None:
             with open(self.spec_path, 'wb') as f:
                 f.write(spec.encode() if isinstance(spec, str) else spec)
@@ -85,9 +88,9 @@ class CameraRig:
     def setup(self):
         """Shell lines for the daemon's mount namespace."""
         system_services = os.path.join(plugin_config()['qt_plugin_dir'], 'mediaservice')
-        overlay = os.path.join(self.workdir, 'etc-overlay')
-        os.makedirs(os.path.join(overlay, 'upper'), exist_ok=True)
-        os.makedirs(os.path.join(overlay, 'work'), exist_ok=True)
+        overlay = tempfile.mkdtemp(prefix='etc-overlay.', dir=self.root)
+        os.mkdir(os.path.join(overlay, 'upper'))
+        os.mkdir(os.path.join(overlay, 'work'))
         q = shlex.quote
         lines = [
             'if [ -d %s ]; then mount -t tmpfs -o ro,mode=755 plinthd-no-cameras %s; fi'
