@@ -62,6 +62,8 @@ int runMonitor(QCoreApplication &app, bool json)
         return fail(error);
     if (!quitOnSignals(&app))
         return fail(QStringLiteral("cannot handle SIGINT and SIGTERM"));
+    // On standard error, so that the output stays signals only.
+    print(stderr, QByteArrayLiteral("Monitoring the signals of org.norvu.plinth; Ctrl-C stops.\n"));
     app.exec();
     return 0;
 }

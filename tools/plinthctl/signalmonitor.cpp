@@ -58,6 +58,16 @@ bool SignalMonitor::start(QString *errorText)
             return false;
         }
     }
+    // The subscriptions travel to the bus ahead of this call, and the bus
+    // handles one connection's messages in order: once it answers, nothing
+    // the daemon emits from now on can slip past.
+    const QDBusMessage answer = m_bus.call(QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
+    if (answer.type() != QDBusMessage::ReplyMessage) {
+        *errorText = QStringLiteral("cannot reach the system bus: %1").arg(answer.errorMessage());
+        return false;
+    }
     return true;
 }
 
