@@ -134,7 +134,10 @@ class SystemBusTestCase(unittest.TestCase):
         return daemon.start()
 
     def as_nobody(self, command, timeout=240):
-        return subprocess.run(AS_NOBODY + command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+        # The leak check of the AddressSanitizer build, as for every plinthctl run.
+        env = dict(os.environ, LSAN_OPTIONS='suppressions=' + os.path.join(
+            SOURCE_DIR, 'tests', 'sanitizers', 'lsan-qtdbus.supp') + ':print_suppressions=0')
+        return subprocess.run(AS_NOBODY + command, env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, universal_newlines=True, timeout=timeout)
 
     def caller_results(self):
