@@ -135,7 +135,7 @@ class SystemBusTestCase(unittest.TestCase):
 
     def as_nobody(self, command, timeout=240):
         # The leak check of the AddressSanitizer build, as for every plinthctl run.
-        env = dict(os.environ, LSAN_OPTIONS='suppressions=' + os.path.join(
+        env = dict(os.environ, ASAN_OPTIONS='fast_unwind_on_malloc=0', LSAN_OPTIONS='suppressions=' + os.path.join(
             SOURCE_DIR, 'tests', 'sanitizers', 'lsan-qtdbus.supp') + ':print_suppressions=0')
         return subprocess.run(AS_NOBODY + command, env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, universal_newlines=True, timeout=timeout)

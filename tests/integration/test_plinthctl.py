@@ -24,7 +24,7 @@ from plinthtest import BUS_NAME, FEATURES_IFACE, FEATURES_PATH, SIM_IFACE, SIM_P
 
 PLINTHCTL = os.path.join(os.environ.get('PLINTHD_BUILD_DIR', ''), 'tools', 'plinthctl')
 # Only matters in the AddressSanitizer build: see the file itself.
-CLIENT_ENV = {'LSAN_OPTIONS': 'suppressions=' + os.path.join(os.environ.get('PLINTHD_SOURCE_DIR', ''), 'tests',
+CLIENT_ENV = {'ASAN_OPTIONS': 'fast_unwind_on_malloc=0', 'LSAN_OPTIONS': 'suppressions=' + os.path.join(os.environ.get('PLINTHD_SOURCE_DIR', ''), 'tests',
                                                              'sanitizers', 'lsan-qtdbus.supp')
                             + ':print_suppressions=0'}
 STORAGE_PARTS = ['internal', 'user', 'system', 'external', 'drives', 'quota']
@@ -321,7 +321,7 @@ class AgainstAStandIn(PlinthctlTestCase):
         self.mocks[FEATURES_PATH].EmitSignal(FEATURES_IFACE, 'cameraEnabledChanged', 'b', [True])
         out = monitor.read_until(r'cameraEnabledChanged.*\n')
         lines = [json.loads(line) for line in out.splitlines()]
-        self.assertEqual(len(lines), 2)
+        self.assertEqual(len(lines), 2, out)
         first, second = lines
         self.assertEqual(first['interface'], STORAGES_IFACE)
         self.assertEqual(first['path'], STORAGES_PATH)

@@ -4,12 +4,15 @@
 
 #include <QDBusMessage>
 #include <QDBusPendingCall>
+#include <QElapsedTimer>
+#include <QThread>
 
 namespace PlinthCtl {
 
 namespace {
 
 const QString busName = QStringLiteral("org.norvu.plinth");
+const int settleTimeMs = 2000;
 
 // Writes `value` at `place` inside `map`, creating the maps on the way.
 void insertAt(QVariantMap &map, const QStringList &place, int index, const QVariant &value, bool merge)
@@ -81,6 +84,20 @@ void BusQuery::store(const Call &call, const QVariant &value)
         insertAt(m_document, call.place, 0, value, call.merge);
 }
 
+void BusQuery::settle(const QVector<QDBusPendingCall> &calls)
+{
+    // When one call fails the others mostly fail at once too (no daemon, no
+    // right to ask); their answers are let in before the client exits, so that
+    // QtDBus's thread is not still handling them while the process goes away.
+    // A daemon that hangs is not waited for beyond a moment.
+    QElapsedTimer waited;
+    waited.start();
+    for (const QDBusPendingCall &call : calls) {
+        while (!call.isFinished() && waited.elapsed() < settleTimeMs)
+            QThread::msleep(5);
+    }
+}
+
 bool BusQuery::run()
 {
     m_errorText.clear();
@@ -101,6 +118,7 @@ bool BusQuery::run()
         const Call &call = m_calls.at(i);
         if (answer.isError()) {
             m_errorText = describeError(answer.error(), call.method, call.timeoutMs);
+            settle(pending.mid(i + 1));
             return false;
         }
         const QList<QVariant> arguments = answer.reply().arguments();

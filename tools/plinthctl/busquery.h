@@ -3,6 +3,7 @@
 
 #include <QDBusConnection>
 #include <QDBusError>
+#include <QDBusPendingCall>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
@@ -49,6 +50,7 @@ private:
     };
 
     void store(const Call &call, const QVariant &value);
+    static void settle(const QVector<QDBusPendingCall> &calls);
 
     QDBusConnection m_bus;
     QVector<Call> m_calls;

@@ -5,6 +5,7 @@
 #include "textreport.h"
 
 #include <QDBusMessage>
+#include <QDBusServiceWatcher>
 
 namespace PlinthCtl {
 
@@ -23,6 +24,12 @@ const Watched watched[] = {
     {"/org/norvu/plinth/SIM", "org.norvu.plinth.SIM"},
     {"/org/norvu/plinth/Storages", "org.norvu.plinth.Storages"},
 };
+
+QDBusMessage busDriverCall(const QString &method)
+{
+    return QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                                          QStringLiteral("org.freedesktop.DBus"), method);
+}
 
 const QString timeKey = QStringLiteral("time");
 const QString interfaceKey = QStringLiteral("interface");
@@ -48,23 +55,46 @@ bool SignalMonitor::start(QString *errorText)
         *errorText = QStringLiteral("cannot reach the system bus: %1").arg(m_bus.lastError().message());
         return false;
     }
+    // The sender is checked here rather than left to QtDBus, which learns the
+    // name's owner asynchronously and drops what arrives before it knows. As
+    // for the signals below, the watcher's rule is also added and waited for.
+    auto *watcher = new QDBusServiceWatcher(busName, m_bus, QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString &, const QString &, const QString &newOwner) { m_owner = newOwner; });
+    const QDBusMessage ownerRule = m_bus.call(
+        busDriverCall(QStringLiteral("AddMatch"))
+        << QStringLiteral("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+                          "member='NameOwnerChanged',arg0='%1'").arg(busName));
+    if (ownerRule.type() != QDBusMessage::ReplyMessage) {
+        *errorText = QStringLiteral("cannot reach the system bus: %1").arg(ownerRule.errorMessage());
+        return false;
+    }
     // An empty member name subscribes to every signal of the interface,
-    // including ones this client has never heard of.
+    // including ones this client has never heard of. QtDBus sends its match
+    // rule to the bus in the background; the same rule added here and waited
+    // for makes sure that nothing the daemon emits once start() returns is
+    // missed (a second identical rule changes nothing on the bus).
     for (const Watched &w : watched) {
-        if (!m_bus.connect(busName, QLatin1String(w.path), QLatin1String(w.interface), QString(), this,
-                           SLOT(handleSignal(QDBusMessage)))) {
-            *errorText = QStringLiteral("cannot subscribe to the signals of %1: %2")
-                             .arg(QLatin1String(w.interface), m_bus.lastError().message());
+        const QString path = QLatin1String(w.path);
+        const QString interface = QLatin1String(w.interface);
+        QString failure;
+        if (!m_bus.connect(QString(), path, interface, QString(), this, SLOT(handleSignal(QDBusMessage)))) {
+            failure = m_bus.lastError().message();
+        } else {
+            const QString rule = QStringLiteral("type='signal',path='%1',interface='%2'").arg(path, interface);
+            const QDBusMessage added = m_bus.call(busDriverCall(QStringLiteral("AddMatch")) << rule);
+            if (added.type() != QDBusMessage::ReplyMessage)
+                failure = added.errorMessage();
+        }
+        if (!failure.isEmpty()) {
+            *errorText = QStringLiteral("cannot subscribe to the signals of %1: %2").arg(interface, failure);
             return false;
         }
     }
-    // The subscriptions travel to the bus ahead of this call, and the bus
-    // handles one connection's messages in order: once it answers, nothing
-    // the daemon emits from now on can slip past.
-    const QDBusMessage answer = m_bus.call(QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
-    if (answer.type() != QDBusMessage::ReplyMessage) {
+    const QDBusMessage answer = m_bus.call(busDriverCall(QStringLiteral("GetNameOwner")) << busName);
+    if (answer.type() == QDBusMessage::ReplyMessage && !answer.arguments().isEmpty()) {
+        m_owner = answer.arguments().first().toString();
+    } else if (answer.errorName() != QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner")) {
         *errorText = QStringLiteral("cannot reach the system bus: %1").arg(answer.errorMessage());
         return false;
     }
@@ -118,6 +148,8 @@ QByteArray SignalMonitor::jsonLine(const QVariantMap &event)
 
 void SignalMonitor::handleSignal(const QDBusMessage &message)
 {
+    if (m_owner.isEmpty() || message.service() != m_owner)
+        return;
     const QVariantMap event = describe(message.interface(), message.path(), message.member(), message.arguments(),
                                        QDateTime::currentDateTimeUtc(), m_interfaces);
     const QByteArray out = m_format == Json ? jsonLine(event) : text(event).toUtf8();

@@ -51,6 +51,7 @@ private:
     Format m_format;
     FILE *m_out;
     QVector<InterfaceDescription> m_interfaces;
+    QString m_owner; // unique name of the daemon, empty while it is away
 };
 
 } // namespace PlinthCtl
