@@ -75,6 +75,7 @@ MGConfItem::MGConfItem(const QString &key, QObject *parent)
     // never missed; it costs one bus round trip per item.
     dconf_client_watch_sync(m_client, m_dconfKey.constData());
     m_value = read();
+    qCDebug(lcPlinthd) << "Configuration" << key << "is" << m_value;
 }
 
 MGConfItem::~MGConfItem()
@@ -141,5 +142,6 @@ void MGConfItem::refresh()
     if (value.userType() == m_value.userType() && value == m_value)
         return;
     m_value = value;
+    qCDebug(lcPlinthd) << "Configuration" << m_key << "changed to" << m_value;
     emit valueChanged();
 }

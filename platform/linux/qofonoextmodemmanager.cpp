@@ -10,6 +10,7 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusServiceWatcher>
+#include <QTimer>
 #include <QWeakPointer>
 
 namespace {
@@ -18,6 +19,8 @@ const QString OfonoService = QStringLiteral("org.ofono");
 const QString ManagerPath = QStringLiteral("/");
 const QString ManagerInterface = QStringLiteral("org.ofono.Manager");
 const QString DefaultVoiceSimKey = QStringLiteral("/veska/ofono/default_voice_sim");
+const int FirstRetryDelay = 100; // ms
+const int MaxRetryDelay = 5000; // ms
 
 // GetModems: a(oa{sv}), one object path and its org.ofono.Modem properties per
 // modem. Anything else reads as no modems.
@@ -60,11 +63,16 @@ QOfonoExtModemManager::QOfonoExtModemManager(QObject *parent)
     , m_serviceWatcher(new QDBusServiceWatcher(OfonoService, QDBusConnection::systemBus(),
                                                QDBusServiceWatcher::WatchForOwnerChange, this))
     , m_voiceSimItem(new MGConfItem(DefaultVoiceSimKey, this))
+    , m_retryTimer(new QTimer(this))
+    , m_retryDelay(FirstRetryDelay)
 {
+    m_retryTimer->setSingleShot(true);
+    connect(m_retryTimer, &QTimer::timeout, this, &QOfonoExtModemManager::queryModems);
     // A restart can hand the name straight from one oFono to the next, which
     // is neither a registration nor an unregistration: follow the owner.
     connect(m_serviceWatcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString &, const QString &oldOwner, const QString &newOwner) {
+        qCDebug(lcPlinthd) << "oFono owner changed from" << oldOwner << "to" << newOwner;
         if (!oldOwner.isEmpty())
             forgetOfono();
         if (!newOwner.isEmpty())
@@ -78,9 +86,12 @@ QOfonoExtModemManager::QOfonoExtModemManager(QObject *parent)
     bus.connect(OfonoService, ManagerPath, ManagerInterface, QStringLiteral("ModemRemoved"), this,
                 SLOT(onModemRemoved(QDBusObjectPath)));
 
-    // When oFono is not there the call fails, and the watcher starts the
-    // query when it comes.
-    queryModems();
+    // The first query waits for the event loop, so that whoever asked for the
+    // manager finishes setting up before anything can be announced: a bus
+    // adaptor, for one, connects its relays through the event queue, and a
+    // notification ahead of that would never reach the bus. When oFono is not
+    // there the call fails, and the watcher starts the query when it comes.
+    QMetaObject::invokeMethod(this, &QOfonoExtModemManager::queryModems, Qt::QueuedConnection);
 }
 
 QOfonoExtModemManager::~QOfonoExtModemManager() = default;
@@ -109,6 +120,7 @@ void QOfonoExtModemManager::onModemAdded(const QDBusObjectPath &path, const QVar
 {
     // Before the list is read, the answer to GetModems is the whole truth: it
     // is sent after this signal and lists this modem too.
+    qCDebug(lcPlinthd) << "oFono modem added" << path.path();
     if (!m_ready || m_modems.contains(path.path()))
         return;
     addModem(path.path(), properties);
@@ -128,6 +140,7 @@ void QOfonoExtModemManager::onModemRemoved(const QDBusObjectPath &path)
 
 void QOfonoExtModemManager::queryModems()
 {
+    m_retryTimer->stop();
     delete m_modemsQuery;
     const QDBusMessage call = QDBusMessage::createMethodCall(OfonoService, ManagerPath, ManagerInterface,
                                                              QStringLiteral("GetModems"));
@@ -144,10 +157,20 @@ void QOfonoExtModemManager::onModemsRead(QDBusPendingCallWatcher *watcher)
 
     const QDBusMessage reply = watcher->reply();
     if (reply.type() == QDBusMessage::ErrorMessage) {
-        qCDebug(lcPlinthd) << "oFono modem list not available:" << reply.errorMessage();
+        qCDebug(lcPlinthd) << "oFono modem list not available:" << reply.errorName();
+        // oFono claims its name before its manager object answers, so a
+        // present oFono may fail the first calls; ask again a little later.
+        // An absent one is asked when it comes.
+        if (reply.errorName() != QLatin1String("org.freedesktop.DBus.Error.ServiceUnknown")
+            && reply.errorName() != QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner")) {
+            m_retryTimer->start(m_retryDelay);
+            m_retryDelay = qMin(m_retryDelay * 2, MaxRetryDelay);
+        }
         return;
     }
+    m_retryDelay = FirstRetryDelay;
     const QMap<QString, QVariantMap> modems = parseModems(reply);
+    qCDebug(lcPlinthd) << "oFono modems" << modems.keys();
     qDeleteAll(m_modems);
     m_modems.clear();
     for (auto it = modems.constBegin(); it != modems.constEnd(); ++it)
@@ -161,6 +184,8 @@ void QOfonoExtModemManager::onModemsRead(QDBusPendingCallWatcher *watcher)
 
 void QOfonoExtModemManager::forgetOfono()
 {
+    m_retryTimer->stop();
+    m_retryDelay = FirstRetryDelay;
     delete m_modemsQuery;
     m_modemsQuery = nullptr;
     const bool hadModems = !m_modems.isEmpty();
@@ -207,6 +232,7 @@ void QOfonoExtModemManager::updateDefaultDataSim()
     if (sim == m_defaultDataSim)
         return;
     m_defaultDataSim = sim;
+    qCDebug(lcPlinthd) << "Default data SIM" << sim;
     emit defaultDataSimChanged(sim);
 }
 
@@ -216,5 +242,6 @@ void QOfonoExtModemManager::updateDefaultVoiceSim()
     if (sim == m_defaultVoiceSim)
         return;
     m_defaultVoiceSim = sim;
+    qCDebug(lcPlinthd) << "Default voice SIM" << sim;
     emit defaultVoiceSimChanged(sim);
 }

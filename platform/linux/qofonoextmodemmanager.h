@@ -13,13 +13,15 @@ class OfonoModem;
 class QDBusObjectPath;
 class QDBusPendingCallWatcher;
 class QDBusServiceWatcher;
+class QTimer;
 
 // The modems of the telephony stack and the default SIMs for data and voice,
 // on stock oFono ("org.ofono" on the system bus):
 //
 // - ready(): oFono is on the bus and its modem list has been read
 //   (org.ofono.Manager GetModems). It turns false when oFono leaves the bus and
-//   true again once the list of its new instance is read.
+//   true again once the list of its new instance is read. A GetModems that
+//   fails while oFono is on the bus is tried again, at growing intervals.
 // - availableModems(): the object paths of oFono's modems in path order (plain
 //   string order), from GetModems and then ModemAdded and ModemRemoved; empty
 //   while not ready.
@@ -84,6 +86,8 @@ private:
 
     QDBusServiceWatcher *m_serviceWatcher;
     MGConfItem *m_voiceSimItem;
+    QTimer *m_retryTimer;
+    int m_retryDelay;
     QDBusPendingCallWatcher *m_modemsQuery = nullptr;
     QMap<QString, OfonoModem *> m_modems;
     bool m_ready = false;

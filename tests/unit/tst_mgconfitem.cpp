@@ -86,6 +86,13 @@ private slots:
         QCOMPARE(item.key(), QStringLiteral("/veska/ofono/voice_sim_usage_mode"));
     }
 
+    void valueIsReadAtConstruction()
+    {
+        writeSettings("[veska/ofono]\nvoice_sim_usage_mode=1\n");
+        MGConfItem item(QStringLiteral("/veska/ofono/voice_sim_usage_mode"));
+        QCOMPARE(item.value(), QVariant(1));
+    }
+
     void changeIsNotified()
     {
         MGConfItem item(QStringLiteral("/veska/ofono/voice_sim_usage_mode"));
