@@ -239,6 +239,24 @@ class SimTest(simtest.SimTestCase):
         self.wait_cards([('SIM1', True, '', True, True), ('SIM2', True, '', False, False)])
         self.assertIsNone(daemon.process.poll())
 
+    # Everything the SIM object set up is torn down cleanly on SIGTERM (and,
+    # in the sanitizer builds, without a report).
+    def test_clean_exit_after_changes(self):
+        ofono = self.start_ofono()
+        first = ofono.add_modem('ril_0')
+        ofono.add_modem('ril_1')
+        daemon = self.start_sim_daemon()
+        self.wait_cards([('SIM1', True, '', True, False), ('SIM2', True, '', False, False)])
+        self.write_settings(default_voice_sim="'%s'" % imsi(1))
+        ofono.set_operator_name(first, 'Fake Tel')
+        self.wait_cards([('SIM1', True, 'Fake Tel', True, False), ('SIM2', True, '', False, True)])
+        ofono.stop()
+        self.wait_cards([])
+        self.assertEqual(daemon.terminate(), 0)
+        output = daemon.output()
+        self.assertNotIn('Sanitizer', output)
+        self.assertNotIn('runtime error', output)
+
     # Without the daemon's dconf profile the settings read as unset (mode 2).
     def test_missing_settings_profile(self):
         ofono = self.start_ofono()
