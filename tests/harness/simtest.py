@@ -53,7 +53,7 @@ class OfonoMock:
         self.process = subprocess.Popen(
             [sys.executable, os.path.join(os.path.dirname(os.path.abspath(__file__)), 'ofonomock.py')],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
-        testcase.addCleanup(self.stop)
+        testcase._keep_mock(self.process)
         bus = testcase.bus
 
         def started():
@@ -93,13 +93,9 @@ class OfonoMock:
         self.set_property(path, CONNECTION_MANAGER, 'Powered', dbus.Boolean(powered))
 
     def stop(self):
-        if self.process.poll() is None:
-            self.process.terminate()
-            try:
-                self.process.wait(5)
-            except subprocess.TimeoutExpired:
-                self.process.kill()
-                self.process.wait()
+        """oFono leaves the bus."""
+        self.process.terminate()
+        self.process.wait(5)
 
 
 class SignalRecorder:
