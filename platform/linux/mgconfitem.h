@@ -39,10 +39,22 @@ typedef struct _DConfClient DConfClient;
 // QString; string arrays as QStringList. An unset key, an invalid key and any
 // other type read as an invalid QVariant.
 //
+// A missing profile or database makes dconf warn once and read every key as
+// unset.
+//
+// Tests select the profile through DCONF_PROFILE (an absolute file name works
+// too). System databases are always looked up under /etc/dconf/db, which dconf
+// offers no variable to move, so a test puts a directory of its own over
+// /etc/dconf in a private mount namespace; "dconf update DIR" compiles the
+// databases of any directory and still announces them on the bus named by
+// DBUS_SYSTEM_BUS_ADDRESS.
+//
 // valueChanged() is emitted, on the creating thread's Qt event loop, when a
 // notification leaves the key with a different value than before; dconf
 // announces whole databases at a time, and keys that kept their value stay
-// quiet. The item reads and never writes.
+// quiet. Notifications reach the event loop whether Qt runs on its GLib event
+// dispatcher or not (QT_NO_GLIB=1): see GlibContextPump. The item reads and
+// never writes.
 class MGConfItem : public QObject
 {
     Q_OBJECT

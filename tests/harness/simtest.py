@@ -6,7 +6,7 @@ recorder of the daemon's SIM signals.
             ofono = self.start_ofono()
             ofono.add_modem('ril_0')
             self.start_sim_daemon()
-            cards = self.signals.wait_for('simCardsEnabledChanged')
+            _, cards = self.signals.wait_for('simCardsEnabledChanged')
 
 Everything runs on the test's private system bus. The daemon reads its settings
 from the dconf profile data/dconf/profile/plinthd, with /etc/dconf bind-mounted
@@ -33,7 +33,6 @@ OFONO = 'org.ofono'
 OFONO_MANAGER = 'org.ofono.Manager'
 SIM_MANAGER = 'org.ofono.SimManager'
 CONNECTION_MANAGER = 'org.ofono.ConnectionManager'
-MODEM = 'org.ofono.Modem'
 
 SIM_SIGNALS = ('simCardsEnabledChanged', 'preferredDataTransferSimChanged', 'preferredVoiceCallSimChanged')
 CARD_KEYS = ['enabled', 'operatorName', 'preferredDataTransfer', 'preferredVoiceCall', 'simName']
