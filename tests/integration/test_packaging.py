@@ -61,7 +61,13 @@ class InstallTest(unittest.TestCase):
             p + '/share/dbus-1/interfaces/org.norvu.plinth.Storages.xml',
             p + '/share/man/man8/plinthd.8',
             p + '/share/man/man1/plinthctl.1',
+            self.sysconf_dir() + '/dconf/profile/plinthd',
         ])
+
+    def sysconf_dir(self):
+        # GNUInstallDirs puts configuration under /etc for the /usr prefix and
+        # under PREFIX/etc otherwise.
+        return '/etc' if self.prefix == '/usr' else self.prefix + '/etc'
 
     def test_everything_in_its_standard_place(self):
         self.assertEqual(self.installed, self.expected())
@@ -85,20 +91,24 @@ class InstallTest(unittest.TestCase):
     def test_rpm_spec_lists_exactly_what_is_installed(self):
         parsed = subprocess.run(['rpmspec', '-P', SPEC], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                 universal_newlines=True, check=True).stdout
-        files = parsed.split('%files', 1)[1].split()
+        files = [f for f in parsed.split('%files', 1)[1].split() if not f.startswith('%config')]
         usr = subprocess.run(['rpm', '--eval', '%{_prefix}'], stdout=subprocess.PIPE,
                              universal_newlines=True).stdout.strip()
 
         # Compared below the prefix: the spec installs into /usr, this build
         # into its own prefix. The unit goes where systemd looks on each side.
-        def relative(path, prefix, unit_dir):
+        def relative(path, prefix, unit_dir, sysconf_dir):
             if path.startswith(unit_dir + '/'):
                 return 'UNITDIR' + path[len(unit_dir):]
+            if path.startswith(sysconf_dir + '/'):
+                return 'SYSCONFDIR' + path[len(sysconf_dir):]
             return os.path.relpath(path, prefix)
 
         spec_unit_dir = os.path.dirname([f for f in files if f.endswith('/plinthd.service')][0])
-        patterns = [relative(f, usr, spec_unit_dir) for f in files]
-        installed = [relative(f, self.prefix, self.unit_dir()) for f in self.installed]
+        spec_sysconf_dir = subprocess.run(['rpm', '--eval', '%{_sysconfdir}'], stdout=subprocess.PIPE,
+                                          universal_newlines=True).stdout.strip()
+        patterns = [relative(f, usr, spec_unit_dir, spec_sysconf_dir) for f in files]
+        installed = [relative(f, self.prefix, self.unit_dir(), self.sysconf_dir()) for f in self.installed]
         for pattern in patterns:
             self.assertTrue(fnmatch.filter(installed, pattern), 'the spec lists %s, nothing installs it' % pattern)
         for path in installed:
