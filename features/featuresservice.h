@@ -6,6 +6,8 @@
 #include <QStringList>
 #include <QVariantList>
 
+class SysInfo;
+
 // "/org/norvu/plinth/Features": hardware and OS facts, locale and fonts.
 class FeaturesService : public BasicService
 {
@@ -49,6 +51,11 @@ public slots:
     QString getTimeZone();
     QStringList getFontNames();
     QStringList getFontFamilyNames();
+
+private:
+    // Also a QObject child, but deleted explicitly so that it goes before the
+    // base class gives up the bus registration.
+    SysInfo *sysInfo = nullptr;
 };
 
 #endif // PLINTHD_FEATURESSERVICE_H
