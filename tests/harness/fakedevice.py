@@ -11,8 +11,9 @@ the daemon's private mount namespace over the paths it reads, so the daemon
 reads /proc, /sys and /etc as on a device:
 
 - /proc is replaced by a directory holding the fake files of `proc` and, for
-  every other entry of the real /proc (self, sys, mounts, ...), a link into the
-  real one, which stays reachable under the work directory. This is also how
+  every other entry of the real /proc (self, sys, mounts, ..., and the daemon's
+  own pid), a link into the real one, which stays reachable under the work
+  directory. This is also how
   /proc/device-tree exists on a machine whose kernel has none: like the kernel,
   it links to /sys/firmware/devicetree/base.
 - /sys/class, /sys/firmware and /sys/devices/system/cpu are replaced by the
@@ -155,6 +156,9 @@ class FakeDevice:
         for target, files in (('/etc', self.etc), ('/usr/lib', self.usr_lib)):
             layer = self._layer('layer' + target.replace('/', '-'), files)
             setup.append('mount -t overlay overlay -o ro,lowerdir=%s:%s %s' % (q(layer), target, target))
+        # The daemon's own entry: the namespace's shell execs the daemon, so it
+        # keeps this shell's pid (sanitizers look up /proc/PID, not /proc/self).
+        setup.append('ln -s %s/$$ %s/$$' % (q(realproc), q(fakeproc)))
         # Last: the mount tool itself reads /proc/self/mountinfo.
         setup.append('mount --bind %s /proc' % q(fakeproc))
         return setup
