@@ -1,6 +1,8 @@
 #include "featuresservice.h"
 
 #include "featuresadaptor.h"
+#include "fontinfo.h"
+#include "localeinfo.h"
 #include "sysinfo.h"
 
 #include <QDateTime>
@@ -11,14 +13,14 @@
 static const QString ServiceName = QStringLiteral("org.norvu.plinth");
 static const QString ObjectPath = QStringLiteral("/org/norvu/plinth/Features");
 
-// The providers of locale and font facts are not part of this build yet; until
-// they are, those facts answer the neutral value of their type.
 FeaturesService::FeaturesService(QObject *parent)
     : BasicService(ServiceName, ObjectPath, parent)
 {
     // Probes everything that does not change while the system runs, before the
     // object can be called.
     sysInfo = new SysInfo(this);
+    localeInfo = new LocaleInfo();
+    fontInfo = new FontInfo();
     setAdaptor(new FeaturesAdaptor(this));
     if (!adaptor())
         qCritical() << "FeaturesAdaptor is not created";
@@ -27,6 +29,10 @@ FeaturesService::FeaturesService(QObject *parent)
 
 FeaturesService::~FeaturesService()
 {
+    delete fontInfo;
+    fontInfo = nullptr;
+    delete localeInfo;
+    localeInfo = nullptr;
     delete sysInfo;
     sysInfo = nullptr;
 }
@@ -50,6 +56,10 @@ QString FeaturesService::getScreenResolution() { return sysInfo ? sysInfo->getSc
 QString FeaturesService::getOsVersion() { return sysInfo ? sysInfo->getOsVersion() : QString(); }
 QString FeaturesService::getDeviceModel() { return sysInfo ? sysInfo->getDeviceModel() : QString(); }
 QString FeaturesService::getSerialNumber() { return sysInfo ? sysInfo->getSerialNumber() : QString(); }
+QString FeaturesService::getLocale() { return localeInfo ? localeInfo->getLocale() : QString(); }
+QStringList FeaturesService::getLocales() { return localeInfo ? localeInfo->getLocales() : QStringList(); }
+QStringList FeaturesService::getFontNames() { return fontInfo ? fontInfo->getFontNames() : QStringList(); }
+QStringList FeaturesService::getFontFamilyNames() { return fontInfo ? fontInfo->getFontFamilyNames() : QStringList(); }
 
 // A resolution that has not been measured yet is answered as 0.0.
 double FeaturesService::getMainCameraResolution()
@@ -67,11 +77,6 @@ double FeaturesService::getFrontalCameraResolution()
     const double resolution = sysInfo->getFrontalCameraResolution();
     return resolution > 0.0 ? resolution : 0.0;
 }
-
-QString FeaturesService::getLocale() { return QString(); }
-QStringList FeaturesService::getLocales() { return QStringList(); }
-QStringList FeaturesService::getFontNames() { return QStringList(); }
-QStringList FeaturesService::getFontFamilyNames() { return QStringList(); }
 
 // Asked on every call: the system time zone may change while the daemon runs.
 QString FeaturesService::getTimeZone()
