@@ -158,7 +158,7 @@ class FakeDevice:
             setup.append('mount -t overlay overlay -o ro,lowerdir=%s:%s %s' % (q(layer), target, target))
         # The daemon's own entry: the namespace's shell execs the daemon, so it
         # keeps this shell's pid (sanitizers look up /proc/PID, not /proc/self).
-        setup.append('ln -s %s/$$ %s/$$' % (q(realproc), q(fakeproc)))
+        setup.append('ln -sfn %s/$$ %s/$$' % (q(realproc), q(fakeproc)))
         # Last: the mount tool itself reads /proc/self/mountinfo.
         setup.append('mount --bind %s /proc' % q(fakeproc))
         return setup

@@ -17,9 +17,8 @@ import fakedevice
 import plinthtest
 import rpmdb
 from fakedevice import DIRECTORY, UNREADABLE, Link
-from plinthtest import BUS_NAME, FEATURES_PATH, FEATURES_IFACE
+from plinthtest import FEATURES_PATH, FEATURES_IFACE
 
-SYSTEMD = 'org.freedesktop.systemd1'
 SYSTEMD_MANAGER = 'org.freedesktop.systemd1.Manager'
 CERT = 'content-configuration-cert'
 SANITIZER_REPORT = re.compile(r'ERROR: (Address|Leak)Sanitizer|runtime error:')
@@ -60,9 +59,6 @@ class FeaturesTestCase(plinthtest.DaemonTestCase):
 
     def call(self, method):
         return getattr(self.features(), method)()
-
-    def warnings(self, daemon):
-        return [line for line in daemon.output().splitlines() if 'plinthd' in line]
 
     def assertWarned(self, daemon, text, count=1):
         found = [line for line in daemon.output().splitlines() if line.endswith(text)]
