@@ -500,6 +500,10 @@ class CertificationTest(FeaturesTestCase):
         self.assertFalse(certified)
         db.install({CERT: 10})
         self.assertFalse(self.properties_get('isOsCertified'))
+        for daemon in list(self._running):
+            self.stop(daemon)
+        self.start(env=db.env())
+        self.assertTrue(self.properties_get('isOsCertified'))
 
     def test_no_database(self):
         home = os.path.join(self.workdir, 'home')
