@@ -4,7 +4,7 @@
 Run by hand, as root, after a release build (it is not part of CTest):
 
     /usr/bin/python3 bench/features.py [--build build/release] [--packages 2000]
-                                       [--calls 5000] [--rounds 5] [--starts 20] [--idle 10]
+                                       [--calls 2000] [--rounds 21] [--starts 20] [--idle 10]
 
 Everything runs on a private system bus of its own, with systemd mocked, and
 the daemon reads a real RPM database of --packages tiny packages (ready time is
@@ -83,6 +83,11 @@ def in_flight_rate(bus, target, calls, depth=IN_FLIGHT):
     return calls / elapsed
 
 
+def quartiles(values):
+    cuts = statistics.quantiles(values, n=4) if len(values) > 1 else [values[0]] * 3
+    return cuts[0], cuts[2]
+
+
 def context_switches(pid):
     """Voluntary and involuntary switches of every thread of PID."""
     total = 0
@@ -136,8 +141,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.split('\n\n')[0])
     parser.add_argument('--build', default=os.path.join(HERE, '..', 'build', 'release'))
     parser.add_argument('--packages', type=int, default=2000)
-    parser.add_argument('--calls', type=int, default=5000)
-    parser.add_argument('--rounds', type=int, default=5)
+    parser.add_argument('--calls', type=int, default=2000)
+    parser.add_argument('--rounds', type=int, default=21)
     parser.add_argument('--starts', type=int, default=20)
     parser.add_argument('--idle', type=float, default=10.0)
     args = parser.parse_args()
@@ -183,21 +188,24 @@ def main():
         wait_for_name(bus, ECHO[0], echo)
         wait_for_name(bus, plinthtest.BUS_NAME, daemon)
 
-        # Rounds alternate between the services so that drifts of the machine
-        # (other load, frequency) reach all of them alike; medians are shown.
-        print('calls per second, %d calls a measurement, median of %d rounds; ratio to the echo service:'
-              % (args.calls, args.rounds))
+        # Short measurements alternate between the services, in a rotating
+        # order, and each ratio is taken within its round: drifts of a shared
+        # machine (other load, frequency) then reach both sides of a ratio
+        # alike. Medians over the rounds are shown.
+        print('calls per second, %d rounds of %d calls each; median ratio to the echo service within a round:'
+              % (args.rounds, args.calls))
         targets = (('echo', ECHO), ('getCpuModel', CPU_MODEL), ('getRamFreeSize', RAM_FREE))
         for mode, measure in (('sequential', sequential_rate), ('%d in flight' % IN_FLIGHT, in_flight_rate)):
             rates = {label: [] for label, _ in targets}
-            for _ in range(args.rounds):
-                for label, target in targets:
+            for round_index in range(args.rounds):
+                shift = round_index % len(targets)
+                for label, target in targets[shift:] + targets[:shift]:
                     rates[label].append(measure(bus, target, args.calls))
-            echo_rate = statistics.median(rates['echo'])
             for label, _ in targets[1:]:
-                rate = statistics.median(rates[label])
-                print('  %-14s %-12s %8.0f /s   echo %8.0f /s   ratio %.2f'
-                      % (label, mode, rate, echo_rate, rate / echo_rate))
+                ratios = [mine / echo for mine, echo in zip(rates[label], rates['echo'])]
+                print('  %-14s %-12s %8.0f /s   echo %8.0f /s   ratio %.2f (quartiles %.2f-%.2f)'
+                      % (label, mode, statistics.median(rates[label]), statistics.median(rates['echo']),
+                         statistics.median(ratios), *quartiles(ratios)))
 
         print('idle for %.0f s...' % args.idle, flush=True)
         before = {p.pid: context_switches(p.pid) for p in (daemon, echo)}
