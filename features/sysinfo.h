@@ -10,6 +10,7 @@
 class AboutSettings;
 class BatteryStatus;
 class DeviceInfo;
+class QCameraInfo;
 namespace Brisa {
 class AccessPolicy;
 }
@@ -64,7 +65,9 @@ private:
     // Cameras (sysinfocameras.cpp).
     void watchPolicyManager();
     void initCameras();
-    void measureCamera(QCamera *camera, QCamera::Status status, double *resolution, const QString &specKey);
+    void replaceCamera(QCamera **camera, const QCameraInfo &info, QCamera::Position position,
+                       void (SysInfo::*statusSlot)(QCamera::Status));
+    void measureCamera(QCamera *camera, QCamera::Status status, double *resolution, const QString &fileKey);
 
     void probeProcessor();
     void probeCertification();

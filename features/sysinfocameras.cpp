@@ -93,25 +93,27 @@ void SysInfo::initCameras()
         return;
     }
 
-    if (back.isEmpty()) {
+    if (back.isEmpty())
         qCWarning(lcPlinthd) << "Back face cameras is missing";
-    } else {
-        delete mainCamera;
-        mainCamera = new QCamera(back.first(), this);
-        connect(mainCamera, &QCamera::statusChanged, this, &SysInfo::mainCameraStatusChanged);
-        if (back.first().position() == QCamera::BackFace)
-            mainCamera->load();
-    }
+    else
+        replaceCamera(&mainCamera, back.first(), QCamera::BackFace, &SysInfo::mainCameraStatusChanged);
 
-    if (front.isEmpty()) {
+    if (front.isEmpty())
         qCWarning(lcPlinthd) << "Front face cameras is missing";
-    } else {
-        delete frontalCamera;
-        frontalCamera = new QCamera(front.first(), this);
-        connect(frontalCamera, &QCamera::statusChanged, this, &SysInfo::frontalCameraStatusChanged);
-        if (front.first().position() == QCamera::FrontFace)
-            frontalCamera->load();
-    }
+    else
+        replaceCamera(&frontalCamera, front.first(), QCamera::FrontFace, &SysInfo::frontalCameraStatusChanged);
+}
+
+// Even a camera whose resolution is known is made anew and loaded; its status
+// slot then ignores it, so it stays loaded.
+void SysInfo::replaceCamera(QCamera **camera, const QCameraInfo &info, QCamera::Position position,
+                            void (SysInfo::*statusSlot)(QCamera::Status))
+{
+    delete *camera;
+    *camera = new QCamera(info, this);
+    connect(*camera, &QCamera::statusChanged, this, statusSlot);
+    if (info.position() == position)
+        (*camera)->load();
 }
 
 void SysInfo::mainCameraStatusChanged(QCamera::Status status)
@@ -126,14 +128,14 @@ void SysInfo::frontalCameraStatusChanged(QCamera::Status status)
 
 // A camera that measured 0 keeps its field at 0.0, so the next initCameras()
 // tries it again; one already measured is left loaded and ignored.
-void SysInfo::measureCamera(QCamera *camera, QCamera::Status status, double *resolution, const QString &specKey)
+void SysInfo::measureCamera(QCamera *camera, QCamera::Status status, double *resolution, const QString &fileKey)
 {
     if (*resolution != 0.0 || (status != QCamera::LoadedStatus && status != QCamera::ActiveStatus))
         return;
 
     QCameraImageCapture capture(camera);
     *resolution = megapixels(capture.supportedResolutions(QImageEncoderSettings()));
-    DeviceSpecFile().record(specKey, *resolution);
+    DeviceSpecFile().record(fileKey, *resolution);
     emit cameraEnabledChanged(true);
     camera->unload();
 

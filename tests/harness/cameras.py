@@ -5,10 +5,10 @@ sees exactly the cameras a test names (the test media service plugin, built in
 tests/cameraplugin), and so that "/etc/plinth" is a folder of the test's own:
 
     rig = cameras.CameraRig(self.workdir, 'back:4032x3024,front:640x480',
-                            spec='{"phone": {}}')
+                            device_file='{"phone": {}}')
     daemon = self.start_daemon(**rig.daemon_kwargs())
     rig.events()        # ['load back-0', 'resolutions back-0', ...]
-    rig.spec_json()     # the description file as the daemon left it
+    rig.file_json()     # the description file as the daemon left it
 
 Qt always searches its own plugin folder besides QT_PLUGIN_PATH, so when the
 system's camera backend is installed it would add whatever cameras the machine
@@ -34,8 +34,8 @@ POLICY_PATH = '/org/norvu/PolicyManager'
 POLICY_IFACE = 'org.norvu.PolicyManager'
 POLICY_SIGNAL = 'CameraAccessChanged'
 
-SPEC_DIR = '/etc/plinth'
-SPEC_NAME = 'specification.json'
+PLINTH_DIR = '/etc/plinth'
+FILE_NAME = 'specification.json'
 
 
 def plugin_config():
@@ -48,16 +48,16 @@ def plugin_config():
 class CameraRig:
     """The daemon's cameras, its camera event log and its /etc/plinth.
 
-    cameras:    PLINTHD_TEST_CAMERAS, e.g. 'back:4032x3024,front:640x480' ('' for none).
-    spec:       content of /etc/plinth/specification.json (str or bytes), or None
-                for a folder without the file.
-    spec_mode:  mode of that file.
-    spec_owner: (uid, gid) of that file, or None to leave it to the test's user.
-    read_only:  mount the folder read-only for the daemon.
-    delay_ms:   how long each camera takes to load and unload.
+    cameras:     PLINTHD_TEST_CAMERAS, e.g. 'back:4032x3024,front:640x480' ('' for none).
+    device_file: content of /etc/plinth/specification.json (str or bytes), or None
+                 for a folder without the file.
+    file_mode:   mode of that file.
+    file_owner:  (uid, gid) of that file, or None to leave it to the test's user.
+    read_only:   mount the folder read-only for the daemon.
+    delay_ms:    how long each camera takes to load and unload.
     """
 
-    def __init__(self, workdir, cameras='', spec=None, spec_mode=0o644, spec_owner=None,
+    def __init__(self, workdir, cameras='', device_file=None, file_mode=0o644, file_owner=None,
                  read_only=False, delay_ms=0):
         self.workdir = workdir
         self.cameras = cameras
@@ -65,16 +65,16 @@ class CameraRig:
         self.delay_ms = delay_ms
         # A folder of its own, so that several rigs can share a test's workdir.
         self.root = tempfile.mkdtemp(prefix='cameras.', dir=workdir)
-        self.spec_dir = os.path.join(self.root, 'etc-plinth')
-        self.spec_path = os.path.join(self.spec_dir, SPEC_NAME)
+        self.plinth_dir = os.path.join(self.root, 'etc-plinth')
+        self.file_path = os.path.join(self.plinth_dir, FILE_NAME)
         self.event_log = os.path.join(self.root, 'camera-events.log')
-        os.mkdir(self.spec_dir)
-        if spec is not None:
-            with open(self.spec_path, 'wb') as f:
-                f.write(spec.encode() if isinstance(spec, str) else spec)
-            os.chmod(self.spec_path, spec_mode)
-            if spec_owner is not None:
-                os.chown(self.spec_path, *spec_owner)
+        os.mkdir(self.plinth_dir)
+        if device_file is not None:
+            with open(self.file_path, 'wb') as f:
+                f.write(device_file.encode() if isinstance(device_file, str) else device_file)
+            os.chmod(self.file_path, file_mode)
+            if file_owner is not None:
+                os.chown(self.file_path, *file_owner)
 
     def env(self):
         config = plugin_config()
@@ -98,12 +98,12 @@ class CameraRig:
             # /etc/plinth may not exist on the test machine; an overlay over /etc
             # makes the mount point without touching the machine's /etc.
             'if [ ! -d %s ]; then mount -t overlay overlay -o lowerdir=/etc,upperdir=%s,workdir=%s /etc;'
-            ' mkdir %s; fi' % (SPEC_DIR, q(os.path.join(overlay, 'upper')), q(os.path.join(overlay, 'work')),
-                               SPEC_DIR),
-            'mount --bind %s %s' % (q(self.spec_dir), SPEC_DIR),
+            ' mkdir %s; fi' % (PLINTH_DIR, q(os.path.join(overlay, 'upper')), q(os.path.join(overlay, 'work')),
+                               PLINTH_DIR),
+            'mount --bind %s %s' % (q(self.plinth_dir), PLINTH_DIR),
         ]
         if self.read_only:
-            lines.append('mount -o remount,bind,ro %s' % SPEC_DIR)
+            lines.append('mount -o remount,bind,ro %s' % PLINTH_DIR)
         return lines
 
     def daemon_kwargs(self, env=None, setup=None, **kwargs):
@@ -119,12 +119,12 @@ class CameraRig:
         except FileNotFoundError:
             return []
 
-    def spec_bytes(self):
-        with open(self.spec_path, 'rb') as f:
+    def file_bytes(self):
+        with open(self.file_path, 'rb') as f:
             return f.read()
 
-    def spec_json(self):
-        return json.loads(self.spec_bytes())
+    def file_json(self):
+        return json.loads(self.file_bytes())
 
 
 class SignalRecorder:

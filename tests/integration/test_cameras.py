@@ -8,7 +8,6 @@ policy manager is a python-dbusmock peer."""
 
 import json
 import os
-import subprocess
 
 import dbus
 
@@ -84,7 +83,8 @@ class CamerasTest(plinthtest.DaemonTestCase):
     # Resolutions and warnings
 
     def test_back_and_front_measured(self):
-        rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0, spec='{"phone": {"name": "Vireo One"}}')
+        rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0,
+                                device_file='{"phone": {"name": "Vireo One"}}')
         recorder = self.recorder()
         daemon = self.start(rig)
         events = self.wait_measured(rig, 'back-0', 'front-1')
@@ -96,19 +96,19 @@ class CamerasTest(plinthtest.DaemonTestCase):
         self.assertEqual(self.warnings_in(daemon), [])
         # One notice per measurement, the one at 0 megapixels included.
         self.assertSignals(recorder, 2)
-        self.assertEqual(rig.spec_json(), {'phone': {'name': 'Vireo One', 'camera': {
+        self.assertEqual(rig.file_json(), {'phone': {'name': 'Vireo One', 'camera': {
             'backResolutions': [12], 'frontResolutions': [0]}}})
         self.assertCleanExit(daemon)
 
     def test_no_cameras(self):
         for description in ('', 'unspecified:4032x3024'):
             with self.subTest(cameras=description):
-                rig = cameras.CameraRig(self.workdir, description, spec='{"phone": {}}')
+                rig = cameras.CameraRig(self.workdir, description, device_file='{"phone": {}}')
                 daemon = self.start(rig)
                 self.assertEqual(self.resolutions(), (0.0, 0.0))
                 self.assertEqual(self.warnings_in(daemon), ['No cameras found.'])
                 self.assertEqual(rig.events(), [])
-                self.assertEqual(rig.spec_json(), {'phone': {}})
+                self.assertEqual(rig.file_json(), {'phone': {}})
                 self.assertCleanExit(daemon)
 
     def test_back_only(self):
@@ -160,11 +160,11 @@ class CamerasTest(plinthtest.DaemonTestCase):
     # The policy manager
 
     def test_policy_change_measures_a_camera_still_at_zero_again(self):
-        rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0, spec='{"phone": {}}')
+        rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0, device_file='{"phone": {}}')
         process, mock = self.start_manager()
         daemon = self.start(rig)
         before = self.wait_measured(rig, 'back-0', 'front-1')
-        first_write = os.stat(rig.spec_path)
+        first_write = os.stat(rig.file_path)
         recorder = self.recorder()
 
         self.announce(mock)
@@ -177,8 +177,8 @@ class CamerasTest(plinthtest.DaemonTestCase):
         # The relayed change, and the new measurement.
         self.assertSignals(recorder, 2)
         self.assertEqual(self.resolutions(), (12.0, 0.0))
-        self.assertNotEqual(os.stat(rig.spec_path).st_ino, first_write.st_ino)
-        self.assertEqual(rig.spec_json(), {'phone': {'camera': {'backResolutions': [12],
+        self.assertNotEqual(os.stat(rig.file_path).st_ino, first_write.st_ino)
+        self.assertEqual(rig.file_json(), {'phone': {'camera': {'backResolutions': [12],
                                                                 'frontResolutions': [0]}}})
         self.assertCleanExit(daemon)
 
@@ -262,7 +262,7 @@ class CamerasTest(plinthtest.DaemonTestCase):
         rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0)
         daemon = self.start(rig)
         self.wait_measured(rig, 'back-0', 'front-1')
-        self.assertEqual(os.listdir(rig.spec_dir), [])
+        self.assertEqual(os.listdir(rig.plinth_dir), [])
         self.assertCleanExit(daemon)
 
     def test_description_file_left_untouched(self):
@@ -274,41 +274,42 @@ class CamerasTest(plinthtest.DaemonTestCase):
         }
         for name, (content, read_only) in cases.items():
             with self.subTest(name):
-                rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0, spec=content, read_only=read_only)
-                before = os.stat(rig.spec_path)
+                rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0, device_file=content,
+                                        read_only=read_only)
+                before = os.stat(rig.file_path)
                 daemon = self.start(rig)
                 self.wait_measured(rig, 'back-0', 'front-1')
                 self.assertCleanExit(daemon)
-                self.assertEqual(rig.spec_bytes(), content.encode())
-                after = os.stat(rig.spec_path)
+                self.assertEqual(rig.file_bytes(), content.encode())
+                after = os.stat(rig.file_path)
                 self.assertEqual((after.st_ino, after.st_mtime_ns), (before.st_ino, before.st_mtime_ns))
-                self.assertEqual(sorted(os.listdir(rig.spec_dir)), ['specification.json'])
+                self.assertEqual(sorted(os.listdir(rig.plinth_dir)), ['specification.json'])
                 # Nothing is logged about the file.
                 self.assertNotIn('specification', daemon.output())
                 self.assertEqual(self.warnings_in(daemon), [])
 
     def test_description_file_first_key_only(self):
-        spec = {'zeta': {'camera': {'backResolutions': [1]}},
+        device_file = {'zeta': {'camera': {'backResolutions': [1]}},
                 'alpha': {'camera': {'backResolutions': [48, 12], 'flash': True}, 'ram': 4}}
-        rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0, spec=json.dumps(spec))
+        rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0, device_file=json.dumps(device_file))
         daemon = self.start(rig)
         self.wait_measured(rig, 'back-0', 'front-1')
-        self.assertEqual(rig.spec_json(), {
+        self.assertEqual(rig.file_json(), {
             'zeta': {'camera': {'backResolutions': [1]}},
             'alpha': {'camera': {'backResolutions': [12], 'frontResolutions': [0], 'flash': True}, 'ram': 4}})
         # Written in indented form, keys in Qt's order.
-        self.assertTrue(rig.spec_bytes().startswith(b'{\n    "alpha": {\n        "camera": {\n'), rig.spec_bytes())
+        self.assertTrue(rig.file_bytes().startswith(b'{\n    "alpha": {\n        "camera": {\n'), rig.file_bytes())
         self.assertCleanExit(daemon)
 
     def test_description_file_keeps_mode_and_owner(self):
-        rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0, spec='{"phone": {}}', spec_mode=0o640,
-                                spec_owner=(NOBODY, NOBODY))
+        rig = cameras.CameraRig(self.workdir, BACK_12 + ',' + FRONT_0, device_file='{"phone": {}}', file_mode=0o640,
+                                file_owner=(NOBODY, NOBODY))
         daemon = self.start(rig)
         self.wait_measured(rig, 'back-0', 'front-1')
-        info = os.stat(rig.spec_path)
+        info = os.stat(rig.file_path)
         self.assertEqual(info.st_mode & 0o7777, 0o640)
         self.assertEqual((info.st_uid, info.st_gid), (NOBODY, NOBODY))
-        self.assertEqual(rig.spec_json(), {'phone': {'camera': {'backResolutions': [12], 'frontResolutions': [0]}}})
+        self.assertEqual(rig.file_json(), {'phone': {'camera': {'backResolutions': [12], 'frontResolutions': [0]}}})
         self.assertCleanExit(daemon)
 
 
