@@ -1,6 +1,8 @@
 #include "featuresservice.h"
 
 #include "featuresadaptor.h"
+#include "fontinfo.h"
+#include "localeinfo.h"
 
 #include <QDateTime>
 #include <QDebug>
@@ -10,17 +12,25 @@
 static const QString ServiceName = QStringLiteral("org.norvu.plinth");
 static const QString ObjectPath = QStringLiteral("/org/norvu/plinth/Features");
 
-// The providers of hardware, locale and font facts are not part of this build
-// yet; until they are, every fact answers the neutral value of its type.
+// The provider of hardware facts is not part of this build yet; until it is,
+// every hardware fact answers the neutral value of its type.
 FeaturesService::FeaturesService(QObject *parent)
     : BasicService(ServiceName, ObjectPath, parent)
 {
+    localeInfo = new LocaleInfo();
+    fontInfo = new FontInfo();
     setAdaptor(new FeaturesAdaptor(this));
     if (!adaptor())
         qCritical() << "FeaturesAdaptor is not created";
 }
 
-FeaturesService::~FeaturesService() = default;
+FeaturesService::~FeaturesService()
+{
+    delete fontInfo;
+    fontInfo = nullptr;
+    delete localeInfo;
+    localeInfo = nullptr;
+}
 
 uint FeaturesService::osType() const { return 0; }
 bool FeaturesService::isOsCertified() const { return false; }
@@ -43,10 +53,10 @@ QString FeaturesService::getScreenResolution() { return QString(); }
 QString FeaturesService::getOsVersion() { return QString(); }
 QString FeaturesService::getDeviceModel() { return QString(); }
 QString FeaturesService::getSerialNumber() { return QString(); }
-QString FeaturesService::getLocale() { return QString(); }
-QStringList FeaturesService::getLocales() { return QStringList(); }
-QStringList FeaturesService::getFontNames() { return QStringList(); }
-QStringList FeaturesService::getFontFamilyNames() { return QStringList(); }
+QString FeaturesService::getLocale() { return localeInfo ? localeInfo->getLocale() : QString(); }
+QStringList FeaturesService::getLocales() { return localeInfo ? localeInfo->getLocales() : QStringList(); }
+QStringList FeaturesService::getFontNames() { return fontInfo ? fontInfo->getFontNames() : QStringList(); }
+QStringList FeaturesService::getFontFamilyNames() { return fontInfo ? fontInfo->getFontFamilyNames() : QStringList(); }
 
 // Asked on every call: the system time zone may change while the daemon runs.
 QString FeaturesService::getTimeZone()

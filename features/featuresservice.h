@@ -6,6 +6,9 @@
 #include <QStringList>
 #include <QVariantList>
 
+class LocaleInfo;
+class FontInfo;
+
 // "/org/norvu/plinth/Features": hardware and OS facts, locale and fonts.
 class FeaturesService : public BasicService
 {
@@ -49,6 +52,11 @@ public slots:
     QString getTimeZone();
     QStringList getFontNames();
     QStringList getFontFamilyNames();
+
+private:
+    // Neither has a parent: the destructor deletes them in a fixed order.
+    LocaleInfo *localeInfo = nullptr;
+    FontInfo *fontInfo = nullptr;
 };
 
 #endif // PLINTHD_FEATURESSERVICE_H
