@@ -1,8 +1,8 @@
 // Package size sums on a real RPM database of tiny packages built by the
 // test bench (tests/harness/rpmdb.py), made the default database through HOME.
 #include "packagesizes.h"
+#include "rpmtestdatabase.h"
 
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtConcurrent>
 #include <QtTest>
@@ -13,53 +13,25 @@ class TestPackageSizes : public QObject
 
     QTemporaryDir m_workdir;
 
-    // Builds a database with these packages and makes it the default one. The
-    // library reads its configuration once per process, so once per test.
-    bool useDatabase(const QString &name, const QVariantMap &packages)
-    {
-        QStringList entries;
-        for (auto it = packages.cbegin(); it != packages.cend(); ++it)
-            entries << QStringLiteral("'%1': %2").arg(it.key()).arg(it.value().toLongLong());
-        const QString script = QStringLiteral("import rpmdb\n"
-                                              "db = rpmdb.RpmDatabase(%1, %2)\n"
-                                              "db.install({%3})\n"
-                                              "print(db.home)\n")
-                                       .arg(quoted(m_workdir.path()), quoted(name), entries.join(", "));
-        QProcess python;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("PYTHONPATH"),
-                           qEnvironmentVariable("PLINTHD_SOURCE_DIR") + QStringLiteral("/tests/harness"));
-        python.setProcessEnvironment(environment);
-        python.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-c"), script});
-        if (!python.waitForFinished(120000) || python.exitCode() != 0) {
-            qWarning() << python.readAllStandardError();
-            return false;
-        }
-        const QByteArray home = python.readAllStandardOutput().trimmed();
-        return qputenv("HOME", home);
-    }
-
-    static QString quoted(const QString &text) { return QLatin1Char('\'') + text + QLatin1Char('\''); }
-
 private slots:
     void initTestCase()
     {
         if (qEnvironmentVariableIsEmpty("PLINTHD_SOURCE_DIR"))
             QSKIP("PLINTHD_SOURCE_DIR is not set (run the tests through ctest)");
         QVERIFY(m_workdir.isValid());
-        QVERIFY(useDatabase(QStringLiteral("main"),
-                            {{"tarn-maps", 4096},
-                             {"tarn-mail", 100000},
-                             {"tarn-", 7},
-                             {"tarn", 50},
-                             {"xtarn-a", 60},
-                             {"Tarn-upper", 70},
-                             {"tarnish", 80},
-                             {"kernel-debuginfo", 3000000},
-                             {"glibc-debuginfo", 12345},
-                             {"debuginfo", 90},
-                             {"glibc-debuginfo-common", 110},
-                             {"zero-debuginfo", 0}}));
+        QVERIFY(RpmTestDatabase::install(m_workdir.path(),
+                                         {{"tarn-maps", 4096},
+                                          {"tarn-mail", 100000},
+                                          {"tarn-", 7},
+                                          {"tarn", 50},
+                                          {"xtarn-a", 60},
+                                          {"Tarn-upper", 70},
+                                          {"tarnish", 80},
+                                          {"kernel-debuginfo", 3000000},
+                                          {"glibc-debuginfo", 12345},
+                                          {"debuginfo", 90},
+                                          {"glibc-debuginfo-common", 110},
+                                          {"zero-debuginfo", 0}}));
     }
 
     void sums_data()

@@ -4,6 +4,7 @@
 // (needs root). Quotas come through a fake source: the kernels here have no
 // quota support.
 #include "deviceusers.h"
+#include "mountnamespace.h"
 #include "figurekeys.h"
 #include "quotasource.h"
 #include "storagekeys.h"
@@ -19,8 +20,6 @@
 #include <unistd.h>
 
 namespace {
-
-const char NamespaceMark[] = "PLINTHD_TEST_IN_MOUNT_NAMESPACE";
 
 class FakeQuotaSource : public QuotaSource
 {
@@ -103,15 +102,15 @@ class TestUserStorage : public QObject
 private slots:
     void initTestCase()
     {
-        if (::geteuid() != 0 || qEnvironmentVariableIsEmpty(NamespaceMark))
+        if (!MountNamespace::inside())
             QSKIP("needs root and a mount namespace of its own");
         QVERIFY(m_scratch.isValid());
-        QVERIFY(run("mount", {"-t", "tmpfs", "tmpfs", "/home"}));
+        QVERIFY(MountNamespace::mount({"-t", "tmpfs", "tmpfs", "/home"}));
         m_passwd = m_scratch.filePath("passwd");
         QFile file(m_passwd);
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.close();
-        QVERIFY(run("mount", {"--bind", m_passwd, "/etc/passwd"}));
+        QVERIFY(MountNamespace::mount({"--bind", m_passwd, "/etc/passwd"}));
     }
 
     void init()
@@ -324,18 +323,7 @@ private slots:
 
 int main(int argc, char **argv)
 {
-    // Re-run in a private mount namespace, where /home and /etc/passwd may be
-    // replaced without touching the machine's.
-    if (::geteuid() == 0 && qEnvironmentVariableIsEmpty(NamespaceMark)) {
-        qputenv(NamespaceMark, "1");
-        std::vector<char *> command = {const_cast<char *>("unshare"), const_cast<char *>("--mount"),
-                                       const_cast<char *>("--propagation"), const_cast<char *>("private"),
-                                       const_cast<char *>("--")};
-        command.insert(command.end(), argv, argv + argc);
-        command.push_back(nullptr);
-        ::execvp("unshare", command.data());
-        qFatal("cannot run unshare");
-    }
+    MountNamespace::enter(argc, argv);
     QCoreApplication app(argc, argv);
     TestUserStorage test;
     return QTest::qExec(&test, argc, argv);
