@@ -3,6 +3,7 @@
 // over /opt, /var/cache and /var/log.
 #include "mountnamespace.h"
 #include "rpmtestdatabase.h"
+#include "testfiles.h"
 #include "systemstoragecategories.h"
 
 #include <QDir>
@@ -12,20 +13,6 @@
 #include <QtTest>
 
 #include <unistd.h>
-
-namespace {
-
-void writeFile(const QString &path, qint64 size, uint owner)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QVERIFY(file.resize(size));
-    file.close();
-    QVERIFY(::chown(QFile::encodeName(path).constData(), owner, owner) == 0);
-}
-
-} // namespace
 
 class TestSystemStorage : public QObject
 {
@@ -54,16 +41,16 @@ private slots:
 
     void categories()
     {
-        writeFile("/opt/sdk/bin/tool", 1000, 0);
-        writeFile("/opt/sdk/user-file", 500, 1000);
-        writeFile("/var/cache/core-dumps/core.1", 2000, 0);
-        writeFile("/var/cache/core-dumps/theirs/core.2", 700, 0);
+        TestFiles::write("/opt/sdk/bin/tool", 1000, 0);
+        TestFiles::write("/opt/sdk/user-file", 500, 1000);
+        TestFiles::write("/var/cache/core-dumps/core.1", 2000, 0);
+        TestFiles::write("/var/cache/core-dumps/theirs/core.2", 700, 0);
         QVERIFY(::chown("/var/cache/core-dumps/theirs", 1000, 1000) == 0); // not entered
-        writeFile("/var/log/messages", 300, 0);
-        writeFile("/var/log/service.log", 40, 999); // a service account's
+        TestFiles::write("/var/log/messages", 300, 0);
+        TestFiles::write("/var/log/service.log", 40, 999); // a service account's
         // A dangling link has no owner to match (QFileInfo reports none).
         QVERIFY(::symlink("/var/log/gone", "/var/log/dangling") == 0);
-        writeFile("/var/log/big", qint64(5) << 30, 0);
+        TestFiles::write("/var/log/big", qint64(5) << 30, 0);
         QVERIFY(::symlink("/var/log/big", "/var/log/tobig") == 0); // counts its own length
 
         const QVariantMap map = SystemStorageCategories::measure();
@@ -95,7 +82,7 @@ private slots:
     void otherWrapsWhenCategoriesExceedTheUsedSpace()
     {
         // A sparse log far larger than the whole root file system.
-        writeFile("/var/log/enormous", qint64(1) << 50, 0);
+        TestFiles::write("/var/log/enormous", qint64(1) << 50, 0);
         const QVariantMap map = SystemStorageCategories::measure();
         const qulonglong used = map.value("bytesUsed").toULongLong();
         QVERIFY(used < (qulonglong(1) << 50));

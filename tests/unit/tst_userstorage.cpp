@@ -5,6 +5,7 @@
 // quota support.
 #include "deviceusers.h"
 #include "mountnamespace.h"
+#include "testfiles.h"
 #include "figurekeys.h"
 #include "quotasource.h"
 #include "storagekeys.h"
@@ -41,22 +42,6 @@ bool run(const QString &program, const QStringList &arguments)
     return QProcess::execute(program, arguments) == 0;
 }
 
-void writeFile(const QString &path, qint64 size, uint owner)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QVERIFY(file.resize(size));
-    file.close();
-    QVERIFY(::chown(QFile::encodeName(path).constData(), owner, owner) == 0);
-}
-
-void makeDirectory(const QString &path, uint owner)
-{
-    QVERIFY(QDir().mkpath(path));
-    QVERIFY(::chown(QFile::encodeName(path).constData(), owner, owner) == 0);
-}
-
 QVariantMap summary(qulonglong used, qulonglong total, qulonglong available)
 {
     return {{StorageKeys::BytesUsed, used}, {StorageKeys::BytesTotal, total}, {StorageKeys::BytesAvailable, available}};
@@ -86,17 +71,17 @@ class TestUserStorage : public QObject
     // Alice (owner) and Bob with files in their folders and elsewhere in /home.
     void makeHomes()
     {
-        makeDirectory("/home/alice", 100000);
-        writeFile("/home/alice/Pictures/a.jpg", 1000, 100000);
-        writeFile("/home/alice/Pictures/given.jpg", 4000, 100001); // another owner: not hers
-        writeFile("/home/alice/Music/song", 200, 100000);
-        writeFile("/home/alice/Downloads/.partial", 30, 100000);
-        writeFile("/home/alice/notes", 300, 100000);
-        writeFile("/home/alice-loose", 50, 100000);
-        makeDirectory("/home/bob", 100001);
-        writeFile("/home/bob/Videos/clip", 5000, 100001);
-        writeFile("/home/bob/stray-of-alice", 70, 100000);
-        writeFile("/home/bob/.cache", 11, 100001);
+        TestFiles::makeDirectory("/home/alice", 100000);
+        TestFiles::write("/home/alice/Pictures/a.jpg", 1000, 100000);
+        TestFiles::write("/home/alice/Pictures/given.jpg", 4000, 100001); // another owner: not hers
+        TestFiles::write("/home/alice/Music/song", 200, 100000);
+        TestFiles::write("/home/alice/Downloads/.partial", 30, 100000);
+        TestFiles::write("/home/alice/notes", 300, 100000);
+        TestFiles::write("/home/alice-loose", 50, 100000);
+        TestFiles::makeDirectory("/home/bob", 100001);
+        TestFiles::write("/home/bob/Videos/clip", 5000, 100001);
+        TestFiles::write("/home/bob/stray-of-alice", 70, 100000);
+        TestFiles::write("/home/bob/.cache", 11, 100001);
     }
 
 private slots:
@@ -196,27 +181,30 @@ private slots:
         QCOMPARE(map.value("bytesAvailable"), QVariant(qulonglong(40000)));
     }
 
-    void softLimitBelowUsage()
+    void softLimit_data()
     {
-        setUsers({{100000, "alice"}});
-        FakeQuotaSource quotas;
-        quotas.softLimits[100000] = 5; // 5120 bytes
-        QVariantMap map = summary(10000, 50000, 40000);
-        UserStorageBreakdown(quotas).fill(100000, map);
-        QCOMPARE(map.value("bytesAvailable"), QVariant(qulonglong(0)));
-        QCOMPARE(map.value("bytesTotal"), QVariant(qulonglong(10000)));
-        QCOMPARE(map.value("bytesUsed"), QVariant(qulonglong(10000)));
+        QTest::addColumn<quint64>("softLimit");
+        QTest::addColumn<qulonglong>("total");
+        QTest::addColumn<qulonglong>("available");
+        // The owner uses 10000 bytes of the partition.
+        QTest::newRow("below usage") << quint64(5) << qulonglong(10000) << qulonglong(0);
+        QTest::newRow("above usage") << quint64(20) << qulonglong(20480) << qulonglong(10480);
+        QTest::newRow("hard limit only") << quint64(0) << qulonglong(50000) << qulonglong(40000);
     }
 
-    void softLimitAboveUsage()
+    void softLimit()
     {
+        QFETCH(quint64, softLimit);
+        QFETCH(qulonglong, total);
+        QFETCH(qulonglong, available);
         setUsers({{100000, "alice"}});
         FakeQuotaSource quotas;
-        quotas.softLimits[100000] = 20; // 20480 bytes
+        quotas.softLimits[100000] = softLimit;
         QVariantMap map = summary(10000, 50000, 40000);
         UserStorageBreakdown(quotas).fill(100000, map);
-        QCOMPARE(map.value("bytesAvailable"), QVariant(qulonglong(10480)));
-        QCOMPARE(map.value("bytesTotal"), QVariant(qulonglong(20480)));
+        QCOMPARE(map.value("bytesAvailable"), QVariant(available));
+        QCOMPARE(map.value("bytesTotal"), QVariant(total));
+        QCOMPARE(map.value("bytesUsed"), QVariant(qulonglong(10000)));
     }
 
     void unknownUser()
