@@ -6,6 +6,7 @@
 #include <QStringList>
 #include <QVariantList>
 
+class SysInfo;
 class LocaleInfo;
 class FontInfo;
 
@@ -54,6 +55,9 @@ public slots:
     QStringList getFontFamilyNames();
 
 private:
+    // Also a QObject child, but deleted explicitly so that it goes before the
+    // base class gives up the bus registration.
+    SysInfo *sysInfo = nullptr;
     // Neither has a parent: the destructor deletes them in a fixed order.
     LocaleInfo *localeInfo = nullptr;
     FontInfo *fontInfo = nullptr;

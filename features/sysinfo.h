@@ -1,0 +1,86 @@
+#ifndef PLINTHD_SYSINFO_H
+#define PLINTHD_SYSINFO_H
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+
+class AboutSettings;
+class BatteryStatus;
+class DeviceInfo;
+class QCamera;
+namespace Brisa {
+class AccessPolicy;
+}
+
+// Hardware and OS facts of the device. Everything that cannot change while the
+// system runs is probed once, synchronously, in the constructor (child
+// processes, kernel files, the package database, systemd) and answered from
+// memory; free memory, the battery, the radios and the identity strings are
+// read on every call.
+class SysInfo : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit SysInfo(QObject *parent);
+    ~SysInfo() override;
+
+    uint getNumberCpuCores();
+    uint getMaxCpuClockSpeed();
+    QVariantList getMaxCpuCoresClockSpeed();
+    QString getCpuModel();
+    qulonglong getRamTotalSize();
+    qulonglong getRamFreeSize();
+
+    QString getScreenResolution();
+    uint getBatteryChargePercentage();
+    bool hasGNSS();
+    bool hasNFC();
+    bool hasBluetooth();
+    bool hasWlan();
+
+    double getMainCameraResolution();
+    double getFrontalCameraResolution();
+
+    QString getOsVersion();
+    QString getDeviceModel();
+    QString getSerialNumber();
+    uint osType();
+    bool isOsCertified();
+    bool isOsEmulated();
+
+signals:
+    void cameraEnabledChanged(bool enabled);
+    void cameraInitFinished();
+
+private:
+    void probeProcessor();
+    void probeCertification();
+    void probeVirtualization();
+    void readMemInfo();
+    void readScreenModes();
+
+    QStringList lscpuLines;
+    QStringList memInfoLines;
+    QStringList screenModeLines;
+    QVariantList maxCoresClockSpeed;
+    QString cpuModel;
+    bool osCertified = false;
+    bool osEmulated = false;
+    // Megapixels, 0.0 until the camera code has measured them.
+    double mainCameraResolution = 0.0;
+    double frontalCameraResolution = 0.0;
+    BatteryStatus *batteryStatus = nullptr;
+    AboutSettings *aboutSettings = nullptr;
+    DeviceInfo *deviceFacts = nullptr;
+    // Camera measurement and the camera access policy: created by the camera
+    // code (see the constructor's last step); empty until then.
+    QCamera *mainCamera = nullptr;
+    QCamera *frontalCamera = nullptr;
+    Brisa::AccessPolicy *accessPolicy = nullptr;
+    bool waitForPolicyManager = false;
+};
+
+#endif // PLINTHD_SYSINFO_H
