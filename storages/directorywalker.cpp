@@ -8,6 +8,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <condition_variable>
 #include <cstring>
@@ -23,6 +24,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -46,6 +48,39 @@ constexpr int CheckpointEvery = 32;
 constexpr qint64 DefaultEntriesBeforeHelpers = 2048;
 
 constexpr std::size_t ListingBufferSize = 64 * 1024;
+
+// A walk is background work: its threads yield the processor to the main
+// thread, which must answer other callers within milliseconds even while two
+// walks keep both cores busy.
+constexpr int WalkNiceness = 10;
+
+// Lowers the calling thread's priority for the duration of a walk and gives
+// it back after: the caller is a pool thread that later runs other queries.
+class NiceScope
+{
+public:
+    NiceScope() : m_thread(::gettid())
+    {
+        errno = 0;
+        m_previous = ::getpriority(PRIO_PROCESS, id_t(m_thread));
+        m_changed = errno == 0 && m_previous < WalkNiceness
+                && ::setpriority(PRIO_PROCESS, id_t(m_thread), WalkNiceness) == 0;
+    }
+    ~NiceScope()
+    {
+        // Raising a priority again needs CAP_SYS_NICE, which the daemon has as
+        // a system service; without it the thread simply stays lower.
+        if (m_changed)
+            ::setpriority(PRIO_PROCESS, id_t(m_thread), m_previous);
+    }
+    NiceScope(const NiceScope &) = delete;
+    NiceScope &operator=(const NiceScope &) = delete;
+
+private:
+    pid_t m_thread;
+    int m_previous = 0;
+    bool m_changed = false;
+};
 
 // Excluded paths below the walked directory, one level of names per node.
 struct ExclusionNode
@@ -140,6 +175,7 @@ qint64 Walk::run(const QString &path, const QSet<QString> &excluded)
     const int rootFd = ::open(native.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (rootFd < 0)
         return 0;
+    const NiceScope nice;
 
     buildExclusions(cleanRoot, excluded);
 
@@ -206,6 +242,7 @@ void Walk::buildExclusions(const QString &cleanRoot, const QSet<QString> &exclud
 
 void Walk::work()
 {
+    const NiceScope nice;
     std::vector<DirNode *> found;
     std::vector<char> buffer(ListingBufferSize);
     Listing listing;
