@@ -354,10 +354,13 @@ private slots:
         TreeMaker maker(99);
         maker.make(root, 3, 24);
         const qint64 expected = referenceDirectorySize(temporary.path(), {}, 0);
+        // The walk lowers the calling thread's priority only while it runs.
+        const int priority = ::getpriority(PRIO_PROCESS, id_t(::gettid()));
         for (int round = 0; round < 10; ++round) {
             QCOMPARE(fastSize(temporary.path(), {}, 0, 2), expected);
             QCOMPARE(fastSize(temporary.path(), {}, 0, 8), expected);
         }
+        QCOMPARE(::getpriority(PRIO_PROCESS, id_t(::gettid())), priority);
     }
 };
 
