@@ -6,6 +6,10 @@
 #include <QStringList>
 #include <QVariantList>
 
+class SysInfo;
+class LocaleInfo;
+class FontInfo;
+
 // "/org/norvu/plinth/Features": hardware and OS facts, locale and fonts.
 class FeaturesService : public BasicService
 {
@@ -49,6 +53,14 @@ public slots:
     QString getTimeZone();
     QStringList getFontNames();
     QStringList getFontFamilyNames();
+
+private:
+    // Also a QObject child, but deleted explicitly so that it goes before the
+    // base class gives up the bus registration.
+    SysInfo *sysInfo = nullptr;
+    // Neither has a parent: the destructor deletes them in a fixed order.
+    LocaleInfo *localeInfo = nullptr;
+    FontInfo *fontInfo = nullptr;
 };
 
 #endif // PLINTHD_FEATURESSERVICE_H

@@ -1,5 +1,6 @@
 #include "simservice.h"
 
+#include "siminfo.h"
 #include "simadaptor.h"
 
 #include <QDebug>
@@ -7,20 +8,28 @@
 static const QString ServiceName = QStringLiteral("org.norvu.plinth");
 static const QString ObjectPath = QStringLiteral("/org/norvu/plinth/SIM");
 
-// The SIM card model is not part of this build yet; until it is, the list of
-// cards is empty and no change is ever signalled.
 SimService::SimService(QObject *parent)
     : BasicService(ServiceName, ObjectPath, parent)
+    , m_simInfo(new SimInfo(this))
 {
     setAdaptor(new SIMAdaptor(this));
     if (!adaptor())
         qCritical() << "SimAdaptor is not created";
     PlinthTypes::registerVariantMapList();
+
+    connect(m_simInfo, &SimInfo::simCardsEnabledChanged, this, &SimService::simCardsEnabledChanged);
+    connect(m_simInfo, &SimInfo::preferredDataTransferSimChanged,
+            this, &SimService::preferredDataTransferSimChanged);
+    connect(m_simInfo, &SimInfo::preferredVoiceCallSimChanged, this, &SimService::preferredVoiceCallSimChanged);
 }
 
-SimService::~SimService() = default;
+SimService::~SimService()
+{
+    delete m_simInfo;
+    m_simInfo = nullptr;
+}
 
 QVariantMapList SimService::getSimCardsInfo()
 {
-    return QVariantMapList();
+    return m_simInfo ? m_simInfo->getSimCardsInfo() : QVariantMapList();
 }

@@ -4,7 +4,11 @@
 #include "basicservice.h"
 #include "dbustypes.h"
 
-// "/org/norvu/plinth/SIM": the SIM cards the telephony stack reports.
+class SimInfo;
+
+// "/org/norvu/plinth/SIM": the SIM cards the telephony stack reports, and which
+// of them is preferred for data and for voice. Every change signal carries the
+// whole list.
 class SimService : public BasicService
 {
     Q_OBJECT
@@ -21,6 +25,9 @@ signals:
 
 public slots:
     QVariantMapList getSimCardsInfo();
+
+private:
+    SimInfo *m_simInfo;
 };
 
 #endif // PLINTHD_SIMSERVICE_H

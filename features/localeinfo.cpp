@@ -1,0 +1,74 @@
+#include "localeinfo.h"
+
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusMessage>
+#include <QDir>
+#include <QLocale>
+
+namespace {
+
+const QString UserManagerService = QStringLiteral("org.brisaos.usermanager");
+const QString UserManagerPath = QStringLiteral("/");
+const QString UserManagerInterface = QStringLiteral("org.brisaos.usermanager");
+const QString LocaleDirectory = QStringLiteral("/usr/lib/locale");
+const QString FallbackLocale = QStringLiteral("C");
+
+// The first argument of a reply, converted when the peer sent another type; a
+// value that does not convert reads as the type's empty value.
+template<typename T>
+T firstArgument(const QDBusMessage &reply)
+{
+    return reply.arguments().value(0).value<T>();
+}
+
+} // namespace
+
+LocaleInfo::LocaleInfo()
+    : QObject(nullptr)
+    , userManager(new QDBusInterface(UserManagerService, UserManagerPath, UserManagerInterface,
+                                     QDBusConnection::systemBus(), this))
+{
+    // The names go in as listed, "." and ".." included: they can never equal a
+    // framework locale name, so they cost nothing, and the directory names are
+    // matched exactly, suffixes and all.
+    const QStringList entries = QDir(LocaleDirectory).entryList(QDir::Dirs, QDir::NoSort);
+    for (const QString &entry : entries)
+        installedLocales.insert(entry);
+}
+
+LocaleInfo::~LocaleInfo() = default;
+
+QString LocaleInfo::getLocale()
+{
+    const QDBusMessage uidReply = userManager->call(QStringLiteral("currentUser"));
+    const uint uid = firstArgument<uint>(uidReply);
+    if (uidReply.type() == QDBusMessage::ErrorMessage) {
+        qWarning("Unable to obtain current user UID");
+        return FallbackLocale;
+    }
+
+    const QDBusMessage localeReply = userManager->call(QStringLiteral("getUserLocale"), uid);
+    QString locale = firstArgument<QString>(localeReply);
+    if (localeReply.type() == QDBusMessage::ErrorMessage) {
+        qWarning("Unable to obtain current user locale");
+        return FallbackLocale;
+    }
+
+    // Callers expect the bare locale name; only the lower-case codeset suffix
+    // that the user manager stores is dropped, other spellings pass unchanged.
+    return locale.remove(QStringLiteral(".utf8"), Qt::CaseSensitive);
+}
+
+QStringList LocaleInfo::getLocales()
+{
+    QStringList locales;
+    const QList<QLocale> known = QLocale::matchingLocales(QLocale::AnyLanguage, QLocale::AnyScript,
+                                                          QLocale::AnyCountry);
+    for (const QLocale &locale : known) {
+        const QString name = locale.name();
+        if (installedLocales.count(name) > 0)
+            locales.append(name);
+    }
+    return locales;
+}

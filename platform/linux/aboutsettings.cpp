@@ -1,0 +1,35 @@
+#include "aboutsettings.h"
+
+#include "kernelfiles.h"
+
+namespace {
+
+const QString EtcOsRelease = QStringLiteral("/etc/os-release");
+const QString VendorOsRelease = QStringLiteral("/usr/lib/os-release");
+const QString DeviceTreeSerial = QStringLiteral("/sys/firmware/devicetree/base/serial-number");
+const QString DmiSerial = QStringLiteral("/sys/class/dmi/id/product_serial");
+
+} // namespace
+
+AboutSettings::AboutSettings(QObject *parent)
+    : QObject(parent)
+{
+}
+
+AboutSettings::~AboutSettings() = default;
+
+QString AboutSettings::softwareVersionId() const
+{
+    QByteArray text = KernelFiles::read(EtcOsRelease);
+    if (text.isNull())
+        text = KernelFiles::read(VendorOsRelease);
+    return KernelFiles::osReleaseValue(text, QByteArrayLiteral("VERSION_ID"));
+}
+
+QString AboutSettings::serial() const
+{
+    const QByteArray fromTree = KernelFiles::cutAtNul(KernelFiles::read(DeviceTreeSerial));
+    if (!fromTree.trimmed().isEmpty())
+        return QString::fromUtf8(fromTree);
+    return QString::fromUtf8(KernelFiles::read(DmiSerial).trimmed());
+}

@@ -1,0 +1,79 @@
+#ifndef PLINTHD_SIMINFO_H
+#define PLINTHD_SIMINFO_H
+
+#include "dbustypes.h"
+
+#include <mgconfitem.h>
+
+#include <QList>
+#include <QObject>
+#include <QSharedPointer>
+#include <QString>
+#include <QVariantMap>
+
+class QOfonoExtModemManager;
+class QOfonoSimManager;
+class QOfonoSimWatcher;
+
+// The SIM cards the telephony stack reports as present, one map per card, and
+// which of them is preferred for data and for voice calls.
+//
+// Everything is driven by notifications of the telephony libraries and of the
+// voice SIM usage mode setting; nothing is polled and nothing is read before
+// the first notification, so the list starts empty. Queries are answered from
+// the cache.
+class SimInfo : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit SimInfo(QObject *parent = nullptr);
+    ~SimInfo() override;
+
+    QVariantMapList getSimCardsInfo() const;
+
+    // The rules of one card's map, kept apart so that they can be checked on
+    // their own.
+    static QString simName(const QString &modemPath);
+    static bool isPreferredDataSim(const QString &subscriberIdentity, const QString &defaultDataSim,
+                                   bool multipleModems);
+    static bool isPreferredVoiceSim(const QString &subscriberIdentity, const QString &defaultVoiceSim,
+                                    bool multipleModems, int presentSimCount);
+    static QVariantMap simCard(bool enabled, const QString &operatorName, bool preferredDataTransfer,
+                               bool preferredVoiceCall, const QString &simName);
+    // Unset or not a number: 2.
+    static int usageModeFromValue(const QVariant &value);
+
+signals:
+    void simCardsEnabledChanged(QList<QVariantMap> updatedSimCards);
+    void preferredDataTransferSimChanged(QList<QVariantMap> updatedSimCards);
+    void preferredVoiceCallSimChanged(QList<QVariantMap> updatedSimCards);
+
+private slots:
+    void defaultVoiceSimChanged(QString value);
+    void defaultDataSimChanged(QString value);
+    void presentSimListChanged();
+    void update(QString spn);
+    void voiceSimUsageModeChanged();
+    void readyChanged(bool value);
+
+private:
+    void readVoiceSimUsageMode();
+    // Modes 1 and 2 follow the modem manager's default voice SIM; any other
+    // mode means no SIM is preferred for voice.
+    bool usageModeKeepsDefaultVoiceSim() const;
+    QVariantMap simCard(const QOfonoSimManager &sim) const;
+    void rebuild();
+
+    QString m_defaultVoiceSim;
+    QString m_defaultDataSim;
+    QSharedPointer<QOfonoExtModemManager> m_modemManager;
+    QOfonoSimWatcher *m_simWatcher;
+    QList<QSharedPointer<QOfonoSimManager>> m_presentSims;
+    QVariantMapList m_simCards;
+    MGConfItem m_voiceSimUsageModeItem;
+    int m_voiceSimUsageMode;
+    bool m_multipleModems = false;
+};
+
+#endif // PLINTHD_SIMINFO_H

@@ -1,0 +1,147 @@
+#!/usr/bin/python3
+"""What `cmake --install` puts where, and the packages that follow it.
+
+The install runs into a scratch DESTDIR from the build tree. The RPM spec's
+%files must name exactly what the install produces (rpmspec expands it), and
+the version must be the same in CMake, the Debian changelog and the spec.
+"""
+
+import fnmatch
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+BUILD_DIR = os.environ.get('PLINTHD_BUILD_DIR', '')
+SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', '')
+SPEC = os.path.join(SOURCE_DIR, 'packaging', 'rpm', 'plinthd.spec')
+
+
+def cache_value(name):
+    with open(os.path.join(BUILD_DIR, 'CMakeCache.txt')) as f:
+        for line in f:
+            if line.startswith(name + ':'):
+                return line.split('=', 1)[1].strip()
+    raise KeyError(name)
+
+
+class InstallTest(unittest.TestCase):
+
+    @classmethod
+    def setUpClass(cls):
+        cls.destdir = tempfile.mkdtemp(prefix='plinthinstall.')
+        subprocess.run(['cmake', '--install', BUILD_DIR], env=dict(os.environ, DESTDIR=cls.destdir),
+                       stdout=subprocess.DEVNULL, check=True)
+        cls.installed = sorted(
+            os.path.join(root, name)[len(cls.destdir):]
+            for root, _, names in os.walk(cls.destdir) for name in names)
+        cls.prefix = cache_value('CMAKE_INSTALL_PREFIX')
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.destdir, ignore_errors=True)
+
+    def unit_dir(self):
+        found = subprocess.run(['pkg-config', '--variable=systemdsystemunitdir', 'systemd'],
+                               stdout=subprocess.PIPE, universal_newlines=True)
+        return found.stdout.strip() or os.path.join(self.prefix, 'lib/systemd/system')
+
+    def expected(self):
+        p = self.prefix
+        return sorted([
+            p + '/sbin/plinthd',
+            p + '/bin/plinthctl',
+            self.unit_dir() + '/plinthd.service',
+            p + '/share/dbus-1/system.d/org.norvu.plinth.conf',
+            p + '/share/dbus-1/system-services/org.norvu.plinth.service',
+            p + '/share/dbus-1/interfaces/org.norvu.plinth.Features.xml',
+            p + '/share/dbus-1/interfaces/org.norvu.plinth.SIM.xml',
+            p + '/share/dbus-1/interfaces/org.norvu.plinth.Storages.xml',
+            p + '/share/man/man8/plinthd.8',
+            p + '/share/man/man1/plinthctl.1',
+            self.sysconf_dir() + '/dconf/profile/plinthd',
+        ])
+
+    def sysconf_dir(self):
+        # GNUInstallDirs puts configuration under /etc for the /usr prefix and
+        # under PREFIX/etc otherwise.
+        return '/etc' if self.prefix == '/usr' else self.prefix + '/etc'
+
+    def test_everything_in_its_standard_place(self):
+        self.assertEqual(self.installed, self.expected())
+        for path in (self.prefix + '/sbin/plinthd', self.prefix + '/bin/plinthctl'):
+            self.assertTrue(os.access(self.destdir + path, os.X_OK), path)
+
+    def test_installed_files_point_at_the_installed_daemon(self):
+        daemon = self.prefix + '/sbin/plinthd'
+        with open(self.destdir + self.prefix + '/share/dbus-1/system-services/org.norvu.plinth.service') as f:
+            self.assertIn('Exec=' + daemon + '\n', f.read())
+        with open(self.destdir + self.unit_dir() + '/plinthd.service') as f:
+            self.assertIn('ExecStart=' + daemon + '\n', f.read())
+
+    def test_interfaces_are_the_published_ones(self):
+        for name in ('Features', 'SIM', 'Storages'):
+            xml = 'org.norvu.plinth.%s.xml' % name
+            with open(os.path.join(SOURCE_DIR, 'dbus', xml)) as a, \
+                    open(self.destdir + self.prefix + '/share/dbus-1/interfaces/' + xml) as b:
+                self.assertEqual(a.read(), b.read())
+
+    def test_rpm_spec_lists_exactly_what_is_installed(self):
+        parsed = subprocess.run(['rpmspec', '-P', SPEC], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                universal_newlines=True, check=True).stdout
+        files = [f for f in parsed.split('%files', 1)[1].split() if not f.startswith('%config')]
+        usr = subprocess.run(['rpm', '--eval', '%{_prefix}'], stdout=subprocess.PIPE,
+                             universal_newlines=True).stdout.strip()
+
+        # Compared below the prefix: the spec installs into /usr, this build
+        # into its own prefix. The unit goes where systemd looks on each side.
+        def relative(path, prefix, unit_dir, sysconf_dir):
+            if path.startswith(unit_dir + '/'):
+                return 'UNITDIR' + path[len(unit_dir):]
+            if path.startswith(sysconf_dir + '/'):
+                return 'SYSCONFDIR' + path[len(sysconf_dir):]
+            return os.path.relpath(path, prefix)
+
+        spec_unit_dir = os.path.dirname([f for f in files if f.endswith('/plinthd.service')][0])
+        spec_sysconf_dir = subprocess.run(['rpm', '--eval', '%{_sysconfdir}'], stdout=subprocess.PIPE,
+                                          universal_newlines=True).stdout.strip()
+        patterns = [relative(f, usr, spec_unit_dir, spec_sysconf_dir) for f in files]
+        installed = [relative(f, self.prefix, self.unit_dir(), self.sysconf_dir()) for f in self.installed]
+        for pattern in patterns:
+            self.assertTrue(fnmatch.filter(installed, pattern), 'the spec lists %s, nothing installs it' % pattern)
+        for path in installed:
+            self.assertTrue(any(fnmatch.fnmatch(path, p) for p in patterns), '%s is not in the spec' % path)
+
+
+class VersionTest(unittest.TestCase):
+
+    def test_one_version_everywhere(self):
+        with open(os.path.join(SOURCE_DIR, 'CMakeLists.txt')) as f:
+            cmake = re.search(r'project\(plinthd VERSION (\S+)', f.read()).group(1)
+        with open(os.path.join(SOURCE_DIR, 'debian', 'changelog')) as f:
+            debian = re.match(r'plinthd \(([^)]+)\)', f.readline()).group(1)
+        spec = subprocess.run(['rpmspec', '-q', '--srpm', '--qf', '%{version}', SPEC], stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, universal_newlines=True, check=True).stdout
+        self.assertEqual(debian, cmake)
+        self.assertEqual(spec, cmake)
+        plinthctl = subprocess.run([os.path.join(BUILD_DIR, 'tools', 'plinthctl'), '--version'],
+                                   stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
+        self.assertEqual(plinthctl, 'plinthctl %s\n' % cmake)
+
+    def test_debian_builds_with_what_install_deps_installs(self):
+        # The libraries the build links must be build dependencies of the
+        # .deb too, or dpkg-buildpackage fails on a machine set up by hand.
+        with open(os.path.join(SOURCE_DIR, 'scripts', 'install-deps')) as f:
+            text = f.read()
+        libraries = re.search(r'# libraries the daemon links\n(.*?)\n\s*#', text, re.S).group(1).split()
+        with open(os.path.join(SOURCE_DIR, 'debian', 'control')) as f:
+            control = f.read()
+        build_depends = re.search(r'^Build-Depends:(.*?)\n\S', control, re.S | re.M).group(1)
+        depends = {d.strip().split()[0] for d in build_depends.split(',') if d.strip()}
+        self.assertEqual(set(libraries) - depends, set())
+
+
+if __name__ == '__main__':
+    unittest.main(verbosity=2)

@@ -1,0 +1,24 @@
+#ifndef PLINTHD_TESTS_PRIVATEDCONF_H
+#define PLINTHD_TESTS_PRIVATEDCONF_H
+
+#include <QByteArray>
+
+// A dconf system database of the test's own, in a mount namespace with a tmpfs
+// over /etc/dconf, so that the machine's configuration is never touched. The
+// process reads it through DCONF_PROFILE, and write() compiles keyfiles with
+// "dconf update", which announces the change on the system bus as it would on
+// a device.
+namespace PrivateDconf {
+
+// Call first in main(), before QCoreApplication and before any thread exists:
+// a mount namespace belongs to the thread that makes it. Needs root; returns
+// whether the database is in place.
+bool enter();
+bool isReady();
+
+// Replaces the database's only keyfile with keyfile and compiles it.
+bool write(const QByteArray &keyfile);
+
+} // namespace PrivateDconf
+
+#endif // PLINTHD_TESTS_PRIVATEDCONF_H

@@ -1,0 +1,272 @@
+#include "fields.h"
+
+#include "sizeformat.h"
+
+#include <QHash>
+#include <QStringList>
+#include <QVector>
+
+#include <algorithm>
+
+namespace PlinthCtl {
+namespace Fields {
+
+namespace {
+
+struct FieldInfo
+{
+    const char *label;
+    Kind kind;
+    Group group;
+};
+
+// Names are those of the answers: the out-argument names of the Features
+// methods, its property names, and the keys of the SIM and storage maps.
+struct NamedField
+{
+    QString name;
+    FieldInfo info;
+};
+
+// In display order: the text form lists known values in this order, unknown
+// ones after them.
+const QVector<NamedField> &fieldTable()
+{
+    static const QVector<NamedField> fields = {
+        // Features: hardware
+        {QStringLiteral("cpuModel"), {"CPU model", Kind::Plain, Group::Device}},
+        {QStringLiteral("numCores"), {"CPU cores", Kind::Plain, Group::Device}},
+        {QStringLiteral("maxClockSpeed"), {"CPU max clock", Kind::MegaHertz, Group::Device}},
+        {QStringLiteral("maxCoresClockSpeed"), {"Core max clocks", Kind::MegaHertz, Group::Device}},
+        {QStringLiteral("ramTotal"), {"Memory total", Kind::Bytes, Group::Device}},
+        {QStringLiteral("ramFree"), {"Memory free", Kind::Bytes, Group::Device}},
+        {QStringLiteral("screenResolution"), {"Screen", Kind::Plain, Group::Device}},
+        {QStringLiteral("batteryPercentage"), {"Battery", Kind::Percent, Group::Device}},
+        {QStringLiteral("mainCamRes"), {"Main camera", Kind::MegaPixels, Group::Device}},
+        {QStringLiteral("frontalCamRes"), {"Front camera", Kind::MegaPixels, Group::Device}},
+        {QStringLiteral("hasGnss"), {"GNSS", Kind::Plain, Group::Device}},
+        {QStringLiteral("hasNfc"), {"NFC", Kind::Plain, Group::Device}},
+        {QStringLiteral("hasBluetooth"), {"Bluetooth", Kind::Plain, Group::Device}},
+        {QStringLiteral("hasWlan"), {"WLAN", Kind::Plain, Group::Device}},
+        // Features: operating system
+        {QStringLiteral("osVersion"), {"OS version", Kind::Plain, Group::OperatingSystem}},
+        {QStringLiteral("osType"), {"OS type", Kind::Plain, Group::OperatingSystem}},
+        {QStringLiteral("isOsCertified"), {"Certified", Kind::Plain, Group::OperatingSystem}},
+        {QStringLiteral("isOsEmulated"), {"Emulated", Kind::Plain, Group::OperatingSystem}},
+        {QStringLiteral("deviceModel"), {"Device model", Kind::Plain, Group::OperatingSystem}},
+        {QStringLiteral("serialNumber"), {"Serial number", Kind::Plain, Group::OperatingSystem}},
+        // Features: locale and fonts
+        {QStringLiteral("locale"), {"Locale", Kind::Plain, Group::Locale}},
+        {QStringLiteral("locales"), {"Installed locales", Kind::Plain, Group::Locale}},
+        {QStringLiteral("timeZone"), {"Time zone", Kind::Plain, Group::Locale}},
+        {QStringLiteral("fontNames"), {"Font files", Kind::Plain, Group::Fonts}},
+        {QStringLiteral("fontFamilyNames"), {"Font families", Kind::Plain, Group::Fonts}},
+        // SIM cards
+        {QStringLiteral("simName"), {"Name", Kind::Plain, Group::Other}},
+        {QStringLiteral("operatorName"), {"Operator", Kind::Plain, Group::Other}},
+        {QStringLiteral("enabled"), {"Present", Kind::Plain, Group::Other}},
+        {QStringLiteral("preferredDataTransfer"), {"Preferred for data", Kind::Plain, Group::Other}},
+        {QStringLiteral("preferredVoiceCall"), {"Preferred for calls", Kind::Plain, Group::Other}},
+        // Storage: what it is, then its figures, then what fills it
+        {QStringLiteral("deviceLabel"), {"Label", Kind::Plain, Group::Other}},
+        {QStringLiteral("driveName"), {"Drive", Kind::Plain, Group::Other}},
+        {QStringLiteral("driveType"), {"Connection", Kind::Plain, Group::Other}},
+        {QStringLiteral("partitionName"), {"Name", Kind::Plain, Group::Other}},
+        {QStringLiteral("partitionLabel"), {"Partition label", Kind::Plain, Group::Other}},
+        {QStringLiteral("deviceName"), {"Device", Kind::Plain, Group::Other}},
+        {QStringLiteral("mountPoint"), {"Mount point", Kind::Plain, Group::Other}},
+        {QStringLiteral("filesystemType"), {"File system", Kind::Plain, Group::Other}},
+        {QStringLiteral("mounted"), {"Mounted", Kind::Plain, Group::Other}},
+        {QStringLiteral("countMountedPartitions"), {"Mounted partitions", Kind::Plain, Group::Other}},
+        {QStringLiteral("bytesTotal"), {"Total", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsed"), {"Used", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesAvailable"), {"Available", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesFree"), {"Free", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedPictures"), {"Used by pictures", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedVideos"), {"Used by videos", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedMusic"), {"Used by music", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedDocuments"), {"Used by documents", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedDownloads"), {"Used by downloads", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedApps"), {"Used by apps", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedDebugInfo"), {"Used by debug info", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedSDK"), {"Used by SDK", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedCoreDumps"), {"Used by core dumps", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedSystemLogs"), {"Used by system logs", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedOther"), {"Used by other files", Kind::Bytes, Group::Other}},
+        {QStringLiteral("bytesUsedOtherUsers"), {"Used by other users", Kind::Bytes, Group::Other}},
+        {QStringLiteral("quotaIsSet"), {"Quota set", Kind::Plain, Group::Other}},
+        {QStringLiteral("quotaLimit"), {"Quota limit", Kind::Bytes, Group::Other}},
+        {QStringLiteral("quotaAvailable"), {"Quota available", Kind::Bytes, Group::Other}},
+        {QStringLiteral("partitionsInfo"), {"Partitions", Kind::Plain, Group::Other}},
+    };
+    return fields;
+}
+
+struct IndexedField
+{
+    FieldInfo info;
+    int position;
+};
+
+const QHash<QString, IndexedField> &knownFields()
+{
+    static const QHash<QString, IndexedField> index = [] {
+        QHash<QString, IndexedField> result;
+        for (int i = 0; i < fieldTable().size(); ++i)
+            result.insert(fieldTable().at(i).name, IndexedField{fieldTable().at(i).info, i});
+        return result;
+    }();
+    return index;
+}
+
+const QString &bytesUsedPrefix()
+{
+    static const QString prefix = QStringLiteral("bytesUsed");
+    return prefix;
+}
+
+QString capitalised(QString text)
+{
+    if (!text.isEmpty())
+        text[0] = text.at(0).toUpper();
+    return text;
+}
+
+} // namespace
+
+QString wordsFromName(const QString &name)
+{
+    QStringList words;
+    QString word;
+    for (int i = 0; i < name.size(); ++i) {
+        const QChar c = name.at(i);
+        const bool upper = c.isUpper();
+        const bool prevUpper = i > 0 && name.at(i - 1).isUpper();
+        const bool nextLower = i + 1 < name.size() && name.at(i + 1).isLower();
+        // A capital starts a word after a lower-case letter ("cpuModel"), and
+        // ends a run of capitals when a lower-case letter follows ("SDKPath").
+        if (upper && !word.isEmpty() && (!prevUpper || nextLower)) {
+            words.append(word);
+            word.clear();
+        }
+        word.append(c);
+    }
+    if (!word.isEmpty())
+        words.append(word);
+    for (int i = 0; i < words.size(); ++i) {
+        const QString &w = words.at(i);
+        const bool acronym = w.size() > 1 && w == w.toUpper();
+        if (!acronym)
+            words[i] = i == 0 ? capitalised(w) : w.toLower();
+    }
+    return capitalised(words.join(QLatin1Char(' ')));
+}
+
+QString label(const QString &name)
+{
+    const auto it = knownFields().constFind(name);
+    if (it != knownFields().cend())
+        return QLatin1String(it->info.label);
+    // Storage categories are "bytesUsed" followed by a category word, and new
+    // categories may appear: "bytesUsedCoreDumps" reads "Used by core dumps".
+    if (name.startsWith(bytesUsedPrefix()) && name.size() > bytesUsedPrefix().size()) {
+        const QString words = wordsFromName(name.mid(bytesUsedPrefix().size()));
+        const bool acronym = words == words.toUpper();
+        return QStringLiteral("Used by ") + (acronym ? words : words.toLower());
+    }
+    return wordsFromName(name);
+}
+
+Kind kind(const QString &name)
+{
+    const auto it = knownFields().constFind(name);
+    if (it != knownFields().cend())
+        return it->info.kind;
+    // Every storage figure the daemon sends, known or not, is a byte count
+    // under a "bytes" name.
+    return name.startsWith(QLatin1String("bytes")) ? Kind::Bytes : Kind::Plain;
+}
+
+Group group(const QString &name)
+{
+    const auto it = knownFields().constFind(name);
+    return it != knownFields().cend() ? it->info.group : Group::Other;
+}
+
+QStringList displayOrder(QStringList names)
+{
+    std::stable_sort(names.begin(), names.end(), [](const QString &a, const QString &b) {
+        const auto ia = knownFields().constFind(a);
+        const auto ib = knownFields().constFind(b);
+        const int pa = ia != knownFields().cend() ? ia->position : fieldTable().size();
+        const int pb = ib != knownFields().cend() ? ib->position : fieldTable().size();
+        return pa < pb;
+    });
+    return names;
+}
+
+QString groupTitle(Group group)
+{
+    switch (group) {
+    case Group::Device:
+        return QStringLiteral("Device");
+    case Group::OperatingSystem:
+        return QStringLiteral("Operating system");
+    case Group::Locale:
+        return QStringLiteral("Locale");
+    case Group::Fonts:
+        return QStringLiteral("Fonts");
+    case Group::Other:
+        break;
+    }
+    return QStringLiteral("Other");
+}
+
+QString scalarText(const QString &name, const QVariant &value)
+{
+    const int type = value.userType();
+    if (type == QMetaType::UnknownType)
+        return QStringLiteral("n/a");
+    if (type == QMetaType::Bool)
+        return value.toBool() ? QStringLiteral("yes") : QStringLiteral("no");
+    if (type == QMetaType::QString) {
+        const QString text = value.toString();
+        return text.isEmpty() ? QStringLiteral("n/a") : text;
+    }
+    const bool isSigned = type == QMetaType::Int || type == QMetaType::LongLong || type == QMetaType::Short
+        || type == QMetaType::Long || type == QMetaType::SChar;
+    const bool isUnsigned = type == QMetaType::UInt || type == QMetaType::ULongLong || type == QMetaType::UShort
+        || type == QMetaType::ULong || type == QMetaType::UChar;
+    const bool isDouble = type == QMetaType::Double || type == QMetaType::Float;
+    if (!isSigned && !isUnsigned && !isDouble)
+        return value.toString();
+
+    QString number;
+    if (isSigned)
+        number = QString::number(value.toLongLong());
+    else if (isUnsigned)
+        number = QString::number(value.toULongLong());
+    else
+        number = QString::number(value.toDouble(), 'g', 6);
+
+    switch (kind(name)) {
+    case Kind::Bytes:
+        if (isSigned)
+            return humanSize(qint64(value.toLongLong()));
+        if (isUnsigned)
+            return humanSize(quint64(value.toULongLong()));
+        return number;
+    case Kind::MegaHertz:
+        return number + QStringLiteral(" MHz");
+    case Kind::Percent:
+        return number + QStringLiteral(" %");
+    case Kind::MegaPixels:
+        return QString::number(value.toDouble(), 'f', 1) + QStringLiteral(" MP");
+    case Kind::Plain:
+        break;
+    }
+    return number;
+}
+
+} // namespace Fields
+} // namespace PlinthCtl

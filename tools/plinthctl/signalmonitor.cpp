@@ -1,0 +1,162 @@
+#include "signalmonitor.h"
+
+#include "jsonwriter.h"
+#include "plainvalue.h"
+#include "textreport.h"
+
+#include <QDBusMessage>
+#include <QDBusServiceWatcher>
+
+namespace PlinthCtl {
+
+namespace {
+
+const QString busName = QStringLiteral("org.norvu.plinth");
+
+struct Watched
+{
+    const char *path;
+    const char *interface;
+};
+
+const Watched watched[] = {
+    {"/org/norvu/plinth/Features", "org.norvu.plinth.Features"},
+    {"/org/norvu/plinth/SIM", "org.norvu.plinth.SIM"},
+    {"/org/norvu/plinth/Storages", "org.norvu.plinth.Storages"},
+};
+
+QDBusMessage busDriverCall(const QString &method)
+{
+    return QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                                          QStringLiteral("org.freedesktop.DBus"), method);
+}
+
+const QString timeKey = QStringLiteral("time");
+const QString interfaceKey = QStringLiteral("interface");
+const QString pathKey = QStringLiteral("path");
+const QString signalKey = QStringLiteral("signal");
+const QString argumentsKey = QStringLiteral("arguments");
+
+} // namespace
+
+SignalMonitor::SignalMonitor(const QDBusConnection &bus, Format format, FILE *out, QObject *parent)
+    : QObject(parent)
+    , m_bus(bus)
+    , m_format(format)
+    , m_out(out)
+{
+    for (const Watched &w : watched)
+        m_interfaces.append(InterfaceDescription::builtIn(QLatin1String(w.interface)));
+}
+
+bool SignalMonitor::start(QString *errorText)
+{
+    if (!m_bus.isConnected()) {
+        *errorText = QStringLiteral("cannot reach the system bus: %1").arg(m_bus.lastError().message());
+        return false;
+    }
+    // The sender is checked here rather than left to QtDBus, which learns the
+    // name's owner asynchronously and drops what arrives before it knows. As
+    // for the signals below, the watcher's rule is also added and waited for.
+    auto *watcher = new QDBusServiceWatcher(busName, m_bus, QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString &, const QString &, const QString &newOwner) { m_owner = newOwner; });
+    const QDBusMessage ownerRule = m_bus.call(
+        busDriverCall(QStringLiteral("AddMatch"))
+        << QStringLiteral("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+                          "member='NameOwnerChanged',arg0='%1'").arg(busName));
+    if (ownerRule.type() != QDBusMessage::ReplyMessage) {
+        *errorText = QStringLiteral("cannot reach the system bus: %1").arg(ownerRule.errorMessage());
+        return false;
+    }
+    // An empty member name subscribes to every signal of the interface,
+    // including ones this client has never heard of. QtDBus sends its match
+    // rule to the bus in the background; the same rule added here and waited
+    // for makes sure that nothing the daemon emits once start() returns is
+    // missed (a second identical rule changes nothing on the bus).
+    for (const Watched &w : watched) {
+        const QString path = QLatin1String(w.path);
+        const QString interface = QLatin1String(w.interface);
+        QString failure;
+        if (!m_bus.connect(QString(), path, interface, QString(), this, SLOT(handleSignal(QDBusMessage)))) {
+            failure = m_bus.lastError().message();
+        } else {
+            const QString rule = QStringLiteral("type='signal',path='%1',interface='%2'").arg(path, interface);
+            const QDBusMessage added = m_bus.call(busDriverCall(QStringLiteral("AddMatch")) << rule);
+            if (added.type() != QDBusMessage::ReplyMessage)
+                failure = added.errorMessage();
+        }
+        if (!failure.isEmpty()) {
+            *errorText = QStringLiteral("cannot subscribe to the signals of %1: %2").arg(interface, failure);
+            return false;
+        }
+    }
+    const QDBusMessage answer = m_bus.call(busDriverCall(QStringLiteral("GetNameOwner")) << busName);
+    if (answer.type() == QDBusMessage::ReplyMessage && !answer.arguments().isEmpty()) {
+        m_owner = answer.arguments().first().toString();
+    } else if (answer.errorName() != QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner")) {
+        *errorText = QStringLiteral("cannot reach the system bus: %1").arg(answer.errorMessage());
+        return false;
+    }
+    return true;
+}
+
+QVariantMap SignalMonitor::describe(const QString &interface, const QString &path, const QString &member,
+                                    const QVariantList &arguments, const QDateTime &when,
+                                    const QVector<InterfaceDescription> &interfaces)
+{
+    const DBusMember *description = nullptr;
+    for (const InterfaceDescription &i : interfaces) {
+        if (i.name() == interface)
+            description = i.signal(member);
+    }
+    QVariantMap named;
+    for (int i = 0; i < arguments.size(); ++i) {
+        QString name;
+        if (description && i < description->outArgs.size())
+            name = description->outArgs.at(i).name;
+        if (name.isEmpty())
+            name = QStringLiteral("arg") + QString::number(i);
+        named.insert(name, plainValue(arguments.at(i)));
+    }
+    return QVariantMap{
+        {timeKey, when.toUTC().toString(Qt::ISODateWithMs)},
+        {interfaceKey, interface},
+        {pathKey, path},
+        {signalKey, member},
+        {argumentsKey, named},
+    };
+}
+
+QString SignalMonitor::text(const QVariantMap &event)
+{
+    const QDateTime when = QDateTime::fromString(event.value(timeKey).toString(), Qt::ISODateWithMs);
+    TextReport report;
+    report.addSection(when.toLocalTime().toString(QStringLiteral("HH:mm:ss.zzz")) + QLatin1Char(' ')
+                      + event.value(interfaceKey).toString() + QLatin1Char('.')
+                      + event.value(signalKey).toString());
+    const QVariantMap arguments = event.value(argumentsKey).toMap();
+    for (auto it = arguments.cbegin(); it != arguments.cend(); ++it)
+        report.addValue(it.key(), it.value());
+    return report.render();
+}
+
+QByteArray SignalMonitor::jsonLine(const QVariantMap &event)
+{
+    return JsonWriter::write(event, JsonWriter::Compact) + '\n';
+}
+
+void SignalMonitor::handleSignal(const QDBusMessage &message)
+{
+    if (m_owner.isEmpty() || message.service() != m_owner)
+        return;
+    const QVariantMap event = describe(message.interface(), message.path(), message.member(), message.arguments(),
+                                       QDateTime::currentDateTimeUtc(), m_interfaces);
+    const QByteArray out = m_format == Json ? jsonLine(event) : text(event).toUtf8();
+    fwrite(out.constData(), 1, size_t(out.size()), m_out);
+    // Whoever reads a pipe wants each signal when it happens, not when a
+    // buffer fills.
+    fflush(m_out);
+}
+
+} // namespace PlinthCtl

@@ -1,0 +1,59 @@
+#ifndef PLINTHCTL_SIGNALMONITOR_H
+#define PLINTHCTL_SIGNALMONITOR_H
+
+#include <QDBusConnection>
+#include <QDateTime>
+#include <QObject>
+#include <QVariantMap>
+#include <QVector>
+
+#include <cstdio>
+
+#include "interfacedescription.h"
+
+class QDBusMessage;
+
+namespace PlinthCtl {
+
+// Prints every signal the daemon emits on its three interfaces, one entry per
+// signal, as it arrives. Only signals sent by the owner of "org.norvu.plinth"
+// count: anybody on the bus may emit a signal with the daemon's path and
+// interface, and those are not the daemon's news.
+class SignalMonitor : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum Format { Text, Json };
+
+    SignalMonitor(const QDBusConnection &bus, Format format, FILE *out, QObject *parent = nullptr);
+
+    // Subscribes; false (with a one-line reason) when the bus refuses.
+    bool start(QString *errorText);
+
+    // One signal as a plain document:
+    //   {"time", "interface", "path", "signal", "arguments": {name: value}}
+    // Argument names come from the interface description; arguments it does
+    // not describe are named "arg0", "arg1", ...
+    static QVariantMap describe(const QString &interface, const QString &path, const QString &member,
+                                const QVariantList &arguments, const QDateTime &when,
+                                const QVector<InterfaceDescription> &interfaces);
+    static QString text(const QVariantMap &event);
+    // One line of compact JSON, so that a reader can take the stream apart
+    // line by line.
+    static QByteArray jsonLine(const QVariantMap &event);
+
+private slots:
+    void handleSignal(const QDBusMessage &message);
+
+private:
+    QDBusConnection m_bus;
+    Format m_format;
+    FILE *m_out;
+    QVector<InterfaceDescription> m_interfaces;
+    QString m_owner; // unique name of the daemon, empty while it is away
+};
+
+} // namespace PlinthCtl
+
+#endif // PLINTHCTL_SIGNALMONITOR_H
