@@ -78,7 +78,6 @@ StoragesService::StoragesService(QObject *parent)
         qCritical() << "StoragesAdaptor is not created";
     PlinthTypes::registerVariantMapList();
     PlinthTypes::registerVariantMap();
-    ThreadHandoff::annotateBusMarshalling();
     connect(storagesInfo, &StoragesInfo::externalStorageChanged, this, &StoragesService::externalStorageChanged);
     connect(storagesInfo, &StoragesInfo::externalDriveChanged, this, &StoragesService::externalDriveChanged);
 }

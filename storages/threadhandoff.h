@@ -15,14 +15,4 @@
 #define PLINTHD_HANDOFF_ACQUIRE(address) static_cast<void>(address)
 #endif
 
-namespace ThreadHandoff {
-
-// Registers D-Bus marshallers for the storage maps and lists that keep the
-// tool out of QtDBus's marshalling of them, in the ThreadSanitizer build only
-// (see threadhandoff.cpp). Call it after the types' own registration, which
-// it replaces with the same wire format.
-void annotateBusMarshalling();
-
-} // namespace ThreadHandoff
-
 #endif // PLINTHD_THREADHANDOFF_H
