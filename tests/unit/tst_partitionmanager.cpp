@@ -15,7 +15,7 @@
 
 namespace {
 
-const char *const EmmcDisk = "/sys/devices/platform/soc/fe310000.mmc/mmc_host/mmc0/mmc0:0001/block/mmcblk0";
+const char *const EmmcDisk = UmockdevTestbed::EmmcDisk;
 
 // A mount table line. Mount paths that exist here carry the device number of
 // the file system that is really there, as the kernel's table would: the
@@ -61,8 +61,7 @@ class TestPartitionManager : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY2(qEnvironmentVariable("LD_PRELOAD").contains("libumockdev-preload"),
-                 "run with umockdev's preload library");
+        QVERIFY2(UmockdevTestbed::preloaded(), "run with umockdev's preload library");
         QVERIFY(m_dir.isValid());
         m_tablePath = m_dir.filePath("mountinfo");
     }

@@ -20,7 +20,7 @@
 
 namespace {
 
-const char *const EmmcDisk = "/sys/devices/platform/soc/fe310000.mmc/mmc_host/mmc0/mmc0:0001/block/mmcblk0";
+const char *const EmmcDisk = UmockdevTestbed::EmmcDisk;
 const qint64 MiB = 1024 * 1024;
 
 QVariantMap mapArgument(const QSignalSpy &spy, int index)
@@ -42,8 +42,7 @@ class TestStoragesInfo : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY2(qEnvironmentVariable("LD_PRELOAD").contains("libumockdev-preload"),
-                 "run with umockdev's preload library");
+        QVERIFY2(UmockdevTestbed::preloaded(), "run with umockdev's preload library");
         QVERIFY(m_dir.isValid());
     }
 

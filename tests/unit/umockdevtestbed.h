@@ -18,7 +18,13 @@ public:
     UmockdevTestbed(const UmockdevTestbed &) = delete;
     UmockdevTestbed &operator=(const UmockdevTestbed &) = delete;
 
-    static bool inMockEnvironment();
+    // Whether umockdev's preload library is loaded into this process.
+    static bool preloaded();
+
+    // The internal eMMC of emmc.umockdev: a device that stays, whose events
+    // make the partition manager rescan.
+    static constexpr const char *EmmcDisk =
+            "/sys/devices/platform/soc/fe310000.mmc/mmc_host/mmc0/mmc0:0001/block/mmcblk0";
 
     // A description from tests/data/storages, by base name ("sdcard").
     // umockdev announces each device it adds with an "add" event.
