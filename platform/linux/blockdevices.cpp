@@ -1,6 +1,7 @@
 #include "blockdevices.h"
 
 #include "partitionlogging.h"
+#include "sourcelock.h"
 
 #include <libudev.h>
 
@@ -119,6 +120,7 @@ QString BlockDevices::unescape(const char *encoded)
 QVector<BlockDevice> BlockDevices::scan()
 {
     QVector<BlockDevice> devices;
+    QMutexLocker locker(&partitionSourceLock());
     std::unique_ptr<udev, UdevDeleter> context(udev_new());
     if (!context) {
         qCWarning(lcPartitions) << "Can't create a udev context";

@@ -1,6 +1,7 @@
 #include "mountmonitor.h"
 
 #include "partitionlogging.h"
+#include "sourcelock.h"
 
 #include <QSocketNotifier>
 
@@ -9,6 +10,7 @@
 MountMonitor::MountMonitor(QObject *parent)
     : QObject(parent)
 {
+    QMutexLocker locker(&partitionSourceLock());
     m_monitor = mnt_new_monitor();
     const int fd = m_monitor && mnt_monitor_enable_kernel(m_monitor, 1) == 0 ? mnt_monitor_get_fd(m_monitor) : -1;
     if (fd < 0) {
@@ -22,6 +24,7 @@ MountMonitor::MountMonitor(QObject *parent)
 MountMonitor::~MountMonitor()
 {
     delete m_notifier;
+    QMutexLocker locker(&partitionSourceLock());
     if (m_monitor)
         mnt_unref_monitor(m_monitor);
 }
@@ -37,8 +40,11 @@ void MountMonitor::drain()
     const char *filename = nullptr;
     int type = 0;
     int changes = 0;
-    while (mnt_monitor_next_change(m_monitor, &filename, &type) == 0)
-        ++changes;
+    {
+        QMutexLocker locker(&partitionSourceLock());
+        while (mnt_monitor_next_change(m_monitor, &filename, &type) == 0)
+            ++changes;
+    }
     if (changes > 0)
         emit changed();
 }

@@ -1,6 +1,7 @@
 #include "mounttable.h"
 
 #include "partitionlogging.h"
+#include "sourcelock.h"
 
 #include <QFile>
 
@@ -41,6 +42,7 @@ QString MountTable::kernelTablePath()
 QVector<MountEntry> MountTable::read(const QString &path)
 {
     QVector<MountEntry> entries;
+    QMutexLocker locker(&partitionSourceLock());
     std::unique_ptr<libmnt_table, TableDeleter> table(mnt_new_table());
     if (!table)
         return entries;

@@ -97,6 +97,7 @@ void PartitionManager::announce(const QVector<Partition> &current)
     for (const Partition &partition : current) {
         const auto found = before.constFind(partition.d->key);
         if (found == before.constEnd()) {
+            qCDebug(lcPartitions) << "Partition added:" << partition.deviceName();
             emit partitionAdded(partition);
             if (inMountTable(partition))
                 emit storageAdded(partition);

@@ -8,6 +8,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 
@@ -57,21 +58,43 @@ const MountEntry *preferredMount(const QVector<const MountEntry *> &mounts)
     return mounts.isEmpty() ? nullptr : mounts.first();
 }
 
-void measure(PartitionData &data, const QString &mountPath, qint64 deviceSize)
+// Measures the file system at a mount path, checking before and after that
+// the path still shows the mounted file system: between reading the table and
+// looking at the path the mount may have gone, and the path would then show
+// the file system beneath it.
+void measure(PartitionData &data, const MountEntry &mount, qint64 deviceSize)
 {
-    data.mountPath = mountPath;
+    data.bytesTotal = data.bytesTotalLimit = deviceSize;
+    const QByteArray path = QFile::encodeName(mount.target);
+    const auto onMountedFileSystem = [&path, &mount](bool *reachable) {
+        struct stat where = {};
+        *reachable = ::stat(path.constData(), &where) == 0;
+        return *reachable && where.st_dev == mount.devno;
+    };
+    bool reachable = false;
     struct statvfs fs = {};
-    if (::statvfs(QFile::encodeName(mountPath).constData(), &fs) == 0) {
-        const qint64 unit = qint64(fs.f_frsize);
-        data.status = Partition::Mounted;
-        data.bytesTotal = qint64(fs.f_blocks) * unit;
-        data.bytesFree = qint64(fs.f_bfree) * unit;
-        data.bytesAvailable = qint64(fs.f_bavail) * unit;
-        data.bytesTotalLimit = qint64(fs.f_blocks - (fs.f_bfree - fs.f_bavail)) * unit;
+    const bool before = onMountedFileSystem(&reachable);
+    if (!reachable) {
+        data.mountPath = mount.target;
+        data.status = Partition::Inaccessible;
         return;
     }
-    data.status = Partition::Inaccessible;
-    data.bytesTotal = data.bytesTotalLimit = deviceSize;
+    const bool measured = before && ::statvfs(path.constData(), &fs) == 0;
+    if (!before || !onMountedFileSystem(&reachable)) {
+        data.status = Partition::Unmounted;
+        return;
+    }
+    data.mountPath = mount.target;
+    if (!measured) {
+        data.status = Partition::Inaccessible;
+        return;
+    }
+    const qint64 unit = qint64(fs.f_frsize);
+    data.status = Partition::Mounted;
+    data.bytesTotal = qint64(fs.f_blocks) * unit;
+    data.bytesFree = qint64(fs.f_bfree) * unit;
+    data.bytesAvailable = qint64(fs.f_bavail) * unit;
+    data.bytesTotalLimit = qint64(fs.f_blocks - (fs.f_bfree - fs.f_bavail)) * unit;
 }
 
 // Digit runs compare as numbers, so sda2 comes before sda10.
@@ -170,7 +193,7 @@ QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, co
             {QStringLiteral("connectionBus"), device.connectionBus},
         };
         if (mount) {
-            measure(*data, mount->target, device.sizeBytes);
+            measure(*data, *mount, device.sizeBytes);
         } else {
             data->status = Partition::Unmounted;
             data->bytesTotal = data->bytesTotalLimit = device.sizeBytes;
@@ -202,7 +225,7 @@ QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, co
             {QStringLiteral("model"), QString()},
             {QStringLiteral("connectionBus"), int(Partition::OtherBus)},
         };
-        measure(*data, entry->target, 0);
+        measure(*data, *entry, 0);
         partitions.append(Partition(data));
     }
     return partitions;

@@ -1,6 +1,7 @@
 #include "udevmonitor.h"
 
 #include "partitionlogging.h"
+#include "sourcelock.h"
 
 #include <QSocketNotifier>
 
@@ -9,6 +10,7 @@
 UdevMonitor::UdevMonitor(QObject *parent)
     : QObject(parent)
 {
+    QMutexLocker locker(&partitionSourceLock());
     m_context = udev_new();
     if (m_context)
         m_monitor = udev_monitor_new_from_netlink(m_context, "udev");
@@ -25,6 +27,7 @@ UdevMonitor::UdevMonitor(QObject *parent)
 UdevMonitor::~UdevMonitor()
 {
     delete m_notifier;
+    QMutexLocker locker(&partitionSourceLock());
     if (m_monitor)
         udev_monitor_unref(m_monitor);
     if (m_context)
@@ -40,9 +43,12 @@ bool UdevMonitor::isActive() const
 void UdevMonitor::drain()
 {
     int events = 0;
-    while (udev_device *device = udev_monitor_receive_device(m_monitor)) {
-        udev_device_unref(device);
-        ++events;
+    {
+        QMutexLocker locker(&partitionSourceLock());
+        while (udev_device *device = udev_monitor_receive_device(m_monitor)) {
+            udev_device_unref(device);
+            ++events;
+        }
     }
     if (events > 0)
         emit changed();

@@ -107,14 +107,12 @@ class StorageTestCase(plinthtest.DaemonTestCase):
         self.daemon = None
 
     def add_description(self, name):
-        """Makes the devices of a description exist without any event."""
+        """Makes the devices of a description exist."""
         self.assertTrue(self.testbed.add_from_file(os.path.join(DATA_DIR, name + '.umockdev')))
 
     def plug(self, name):
-        """A drive arrives: its devices appear, then udev announces each block device."""
+        """A drive arrives: umockdev announces each device it adds with an "add" event."""
         self.add_description(name)
-        for path in block_devices(name):
-            self.testbed.uevent(path, 'add')
 
     def unplug(self, name):
         """A drive leaves: its block devices are announced gone, then removed."""
@@ -138,7 +136,16 @@ class StorageTestCase(plinthtest.DaemonTestCase):
         preload = sanitizer_preload() + [p for p in os.environ.get('LD_PRELOAD', '').split() if p]
         env['LD_PRELOAD'] = ' '.join(preload)
         self.daemon = self.start_daemon(env=env, namespace=True, **kwargs)
+        self.addCleanup(self._check_clean_exit, self.daemon)
         return self.daemon
+
+    def _check_clean_exit(self, daemon):
+        """Every test ends with SIGTERM: status 0, and no sanitizer report on the way."""
+        status = daemon.terminate()
+        output = daemon.output()
+        for marker in ('ThreadSanitizer', 'AddressSanitizer', 'LeakSanitizer', 'runtime error:'):
+            self.assertNotIn(marker, output)
+        self.assertEqual(status, 0, output[-4000:])
 
     def in_namespace(self, *command):
         subprocess.run(['nsenter', '-t', str(self.daemon.process.pid), '-m', '--'] + list(command),

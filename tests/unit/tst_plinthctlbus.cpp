@@ -33,10 +33,21 @@ class Answers : public QObject, protected QDBusContext
     Q_CLASSINFO("D-Bus Interface", "org.norvu.plinth.test.Answers")
 
 public:
-    QVariant reply;
+    // Set on the test's thread, read on the stand-in's: the bus round trip
+    // orders the two, but only inside uninstrumented libraries, so the value
+    // travels under a lock that ThreadSanitizer sees.
+    void setReply(const QVariant &value)
+    {
+        QMutexLocker locker(&replyLock);
+        reply = value;
+    }
 
 public slots:
-    QDBusVariant value() { return QDBusVariant(reply); }
+    QDBusVariant value()
+    {
+        QMutexLocker locker(&replyLock);
+        return QDBusVariant(reply);
+    }
     QVariantMap first() { return {{QStringLiteral("one"), 1u}}; }
     QVariantMap second() { return {{QStringLiteral("two"), QStringLiteral("2")}}; }
     QString never()
@@ -44,6 +55,10 @@ public slots:
         setDelayedReply(true);
         return QString();
     }
+
+private:
+    QMutex replyLock;
+    QVariant reply;
 };
 
 class TestPlinthCtlBus : public QObject
@@ -59,7 +74,7 @@ class TestPlinthCtlBus : public QObject
     // The value as the client receives it: a reply from another connection.
     QVariant received(const QVariant &value)
     {
-        answers->reply = value;
+        answers->setReply(value);
         const QDBusMessage reply = QDBusConnection::systemBus().call(
             QDBusMessage::createMethodCall(busName, path, interface, QStringLiteral("value")));
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 1)

@@ -1,4 +1,7 @@
-// Linked into every program of the ThreadSanitizer build only.
+// Linked into every program of the ThreadSanitizer build only: what the tool
+// needs to know about Debian's uninstrumented Qt.
+//
+// 1. QMutex.
 //
 // Debian's Qt is not instrumented. QMutex::lock() and unlock() are out of
 // line in libQt5Core and take the lock with plain atomics and, under
@@ -21,6 +24,8 @@
 // Recursive QMutexes are passed through unannotated: the daemon has none, and
 // annotating them would need their depth.
 #include <QMutex>
+#include <QObject>
+#include <QThread>
 
 #include <dlfcn.h>
 #include <sanitizer/tsan_interface.h>
@@ -90,3 +95,70 @@ QMutex::~QMutex()
     __tsan_mutex_destroy(this, 0);
     real(this);
 }
+
+// 2. QtDBus's connection thread.
+//
+// QtDBus runs every connection on a thread of its own, its
+// QDBusConnectionManager. There it marshals what we send, demarshals what we
+// receive, and copies and destroys those values through the meta-type helpers
+// that Qt's templates instantiate in our program; the values cross to and from
+// our threads through QtDBus's queues and Qt's reference counts, all
+// invisible. Nothing of the daemon's own runs on that thread (slots are called
+// on their receivers' threads), so the tool is told to ignore the memory
+// accesses made there. Qt's hook for new QObjects tells us when the thread
+// starts: its event dispatcher is the first object it makes.
+
+extern quintptr qtHookData[];
+
+extern "C" {
+// From the tool's runtime: stop (and resume) looking at this thread's memory
+// accesses.
+void __tsan_ignore_thread_begin();
+void __tsan_ignore_thread_end();
+}
+
+namespace {
+
+// Qt's hook table layout (QHooks): size at 1, Qt version at 2, the callback
+// for new objects at 3.
+enum { HookDataSize = 1, HookQtVersion = 2, HookAddQObject = 3 };
+using AddQObjectCallback = void (*)(QObject *);
+AddQObjectCallback previousAddQObject = nullptr;
+
+// Ends the ignoring when the thread exits, after the last of Qt's own work on
+// it (which follows finished()): a thread must not end while ignored.
+struct IgnoredUntilExit
+{
+    IgnoredUntilExit() { __tsan_ignore_thread_begin(); }
+    ~IgnoredUntilExit() { __tsan_ignore_thread_end(); }
+};
+
+void onQObjectAdded(QObject *object)
+{
+    if (previousAddQObject)
+        previousAddQObject(object);
+    static thread_local bool seen = false;
+    if (seen)
+        return;
+    seen = true;
+    QThread *thread = QThread::currentThread();
+    if (thread && qstrcmp(thread->metaObject()->className(), "QDBusConnectionManager") == 0)
+        static thread_local IgnoredUntilExit ignored;
+}
+
+struct InstallHook
+{
+    InstallHook()
+    {
+        if (qtHookData[HookDataSize] <= HookAddQObject || (qtHookData[HookQtVersion] >> 8) != 0x050f) {
+            std::fprintf(stderr, "tsanqt: unexpected Qt hook table; QtDBus's thread stays watched\n");
+            return;
+        }
+        previousAddQObject = reinterpret_cast<AddQObjectCallback>(qtHookData[HookAddQObject]);
+        qtHookData[HookAddQObject] = reinterpret_cast<quintptr>(&onQObjectAdded);
+    }
+};
+
+const InstallHook installHook;
+
+} // namespace

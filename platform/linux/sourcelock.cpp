@@ -1,0 +1,7 @@
+#include "sourcelock.h"
+
+QMutex &partitionSourceLock()
+{
+    static QMutex lock;
+    return lock;
+}

@@ -1,0 +1,77 @@
+#include "umockdevtestbed.h"
+
+#include <umockdev.h>
+
+#include <cstdlib>
+#include <fstream>
+
+namespace {
+
+std::string descriptionFile(const std::string &name)
+{
+    const char *source = std::getenv("PLINTHD_SOURCE_DIR");
+    return std::string(source ? source : ".") + "/tests/data/storages/" + name + ".umockdev";
+}
+
+} // namespace
+
+UmockdevTestbed::UmockdevTestbed()
+    : m_testbed(umockdev_testbed_new())
+{
+}
+
+UmockdevTestbed::~UmockdevTestbed()
+{
+    g_object_unref(m_testbed);
+}
+
+bool UmockdevTestbed::preloaded()
+{
+    const char *preload = std::getenv("LD_PRELOAD");
+    return preload && std::string(preload).find("libumockdev-preload") != std::string::npos;
+}
+
+bool UmockdevTestbed::add(const std::string &name)
+{
+    GError *error = nullptr;
+    const bool ok = umockdev_testbed_add_from_file(m_testbed, descriptionFile(name).c_str(), &error);
+    if (error)
+        g_error_free(error);
+    return ok;
+}
+
+void UmockdevTestbed::unplug(const std::string &name, const std::string &stayingDevice)
+{
+    const std::vector<std::string> blocks = blockDevicePaths(name);
+    for (auto it = blocks.rbegin(); it != blocks.rend(); ++it)
+        uevent(*it, "remove");
+    umockdev_testbed_remove_device(m_testbed, devicePaths(name).front().c_str());
+    uevent(stayingDevice, "change");
+}
+
+void UmockdevTestbed::uevent(const std::string &syspath, const char *action)
+{
+    umockdev_testbed_uevent(m_testbed, syspath.c_str(), action);
+}
+
+std::vector<std::string> UmockdevTestbed::devicePaths(const std::string &name)
+{
+    std::vector<std::string> paths;
+    std::ifstream in(descriptionFile(name));
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.compare(0, 3, "P: ") == 0)
+            paths.push_back("/sys" + line.substr(3));
+    }
+    return paths;
+}
+
+std::vector<std::string> UmockdevTestbed::blockDevicePaths(const std::string &name)
+{
+    std::vector<std::string> blocks;
+    for (const std::string &path : devicePaths(name)) {
+        if (path.find("/block/") != std::string::npos)
+            blocks.push_back(path);
+    }
+    return blocks;
+}
