@@ -81,7 +81,8 @@ class KnownDevice:
         binds.update(extra.pop('binds', {}))
         return self.device.daemon_kwargs(env=env, binds=binds, **extra)
 
-    def calls(self):
+    def calls(self, locale='en_US'):
+        """Every call with its answer; LOCALE is getLocale's ("C" without a user manager)."""
         def features(method, expected):
             return Call(FEATURES_PATH, FEATURES_IFACE, method, expected)
 
@@ -107,10 +108,14 @@ class KnownDevice:
             features('getOsVersion', dbus.String('Vireo 4.6.0.15')),
             features('getDeviceModel', dbus.String('Acme Phone X')),
             features('getSerialNumber', dbus.String('a1b2c3d4')),
-            features('getLocale', dbus.String('en_US')),
+            features('getLocale', dbus.String(locale)),
             features('getLocales', dbus.Array(locales, signature='s')),
             features('getTimeZone', dbus.String('UTC')),
             features('getFontNames', dbus.Array([dbus.String('DejaVuSans-Bold')], signature='s')),
             features('getFontFamilyNames', dbus.Array([dbus.String('DejaVu Sans')], signature='s')),
             Call(SIM_PATH, SIM_IFACE, 'getSimCardsInfo', dbus.Array([], signature='a{sv}')),
         ]
+
+    def call(self, method, **kwargs):
+        """The one call of calls() named METHOD."""
+        return next(c for c in self.calls(**kwargs) if c.method == method)

@@ -72,6 +72,63 @@ def describe_mismatch(value, expected):
     return None if value == expected else '%r, not %r' % (value, expected)
 
 
+class Pending:
+    """One call on its way; wait() runs the GLib main loop until it ends.
+
+        pending = load.start(call)
+        ...
+        self.assertIsNone(pending.wait(5).problem)
+    """
+
+    def __init__(self, connection, call):
+        self.call = call
+        self.value = None
+        self.error = None
+        self.finished_at = None
+        self.sent_at = time.monotonic()
+        connection.call_async('org.norvu.plinth', call.path, call.interface, call.method, '', [],
+                              reply_handler=self._replied, error_handler=self._failed, timeout=call.timeout)
+
+    def _replied(self, *args):
+        self.value = args[0] if len(args) == 1 else args
+        self.finished_at = time.monotonic()
+
+    def _failed(self, error):
+        self.error = error
+        self.finished_at = time.monotonic()
+
+    def done(self):
+        return self.finished_at is not None
+
+    @property
+    def seconds(self):
+        return None if self.finished_at is None else self.finished_at - self.sent_at
+
+    @property
+    def problem(self):
+        """What is wrong with the answer: None when it came and is right."""
+        if not self.done():
+            return 'no answer'
+        if self.error is not None:
+            return 'error %s: %s' % (self.error.get_dbus_name(), self.error.get_dbus_message())
+        return self.call.problem(self.value)
+
+    def wait(self, timeout):
+        """Until the answer came or TIMEOUT seconds passed; returns self."""
+        spin(timeout, self.done)
+        return self
+
+
+def spin(seconds, until=None):
+    """Runs the default GLib main context for SECONDS, or until UNTIL() is true."""
+    context = GLib.MainContext.default()
+    deadline = time.monotonic() + seconds
+    while not (until and until()) and time.monotonic() < deadline:
+        if not context.iteration(False):
+            time.sleep(0.002)
+    return until() if until else None
+
+
 class Result:
     def __init__(self):
         self.answered = 0
@@ -97,6 +154,10 @@ class Load:
         while len(self._connections) < self.clients:
             self._connections.append(dbus.bus.BusConnection(self.address, mainloop=mainloop))
         return self._connections
+
+    def start(self, call, client=0):
+        """One call from client CLIENT, answered while a Pending waits or a run goes on."""
+        return Pending(self.connect()[client], call)
 
     def close(self):
         for connection in self._connections:
