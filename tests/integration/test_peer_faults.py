@@ -12,10 +12,10 @@ never answers is Qt's default D-Bus time-out; that case has a test of its own
 (test_peer_timeout.py), as it takes that long.
 """
 
-import re
 
 import dbus
 
+import cleanexit
 import knownanswers
 import loadclients
 import plinthtest
@@ -23,7 +23,6 @@ import scriptedpeer
 import simtest
 from plinthtest import FEATURES_IFACE, FEATURES_PATH, SIM_IFACE, SIM_PATH
 
-SANITIZER_REPORT = re.compile(r'ERROR: (Address|Leak|Thread)Sanitizer|runtime error:|WARNING: ThreadSanitizer')
 GET_USER_LOCALE = knownanswers.USER_MANAGER + '.getUserLocale'
 LOCALE_WARNING = 'Unable to obtain current user locale'
 UID_WARNING = 'Unable to obtain current user UID'
@@ -34,7 +33,7 @@ SYSTEMD_XML = '''<node><interface name="org.freedesktop.systemd1.Manager">
 <property name="Virtualization" type="s" access="read"/></interface></node>'''
 
 
-class PeerFaultTestCase(plinthtest.DaemonTestCase):
+class PeerFaultTestCase(cleanexit.CleanExit, plinthtest.DaemonTestCase):
 
     def setUp(self):
         super().setUp()
@@ -44,10 +43,6 @@ class PeerFaultTestCase(plinthtest.DaemonTestCase):
 
     def start(self, **kwargs):
         return self.start_daemon(**self.device.daemon_kwargs(**kwargs))
-
-    def assertCleanExit(self, daemon):
-        self.assertEqual(daemon.terminate(), 0, daemon.output())
-        self.assertIsNone(SANITIZER_REPORT.search(daemon.output()), daemon.output())
 
     def assertServesEverything(self, locale):
         result = self.load.run(1600, self.device.calls(locale=locale))
@@ -142,7 +137,7 @@ class SystemdTest(PeerFaultTestCase):
         self.assertCleanExit(daemon)
 
 
-class OfonoTest(simtest.SimTestCase):
+class OfonoTest(cleanexit.CleanExit, simtest.SimTestCase):
 
     def cards_checker(self, counts, seen):
         """Well-typed lists of one of COUNTS cards; SEEN collects the counts in order."""
@@ -180,7 +175,7 @@ class OfonoTest(simtest.SimTestCase):
         # Gone without a word (killed): the daemon follows the bus and lists nothing.
         plinthtest.wait_until(lambda: len(self.cards()) == 0, what='the cards to go with oFono')
         self.assertEqual(daemon.terminate(), 0)
-        self.assertIsNone(SANITIZER_REPORT.search(daemon.output()), daemon.output())
+        self.assertNoSanitizerReport(daemon)
 
     def test_never_answering_ofono_blocks_nothing(self):
         # oFono owns its name but sits on every request: the SIM side asks
@@ -197,7 +192,7 @@ class OfonoTest(simtest.SimTestCase):
         self.assertEqual(result.problems, [], result)
         self.assertLess(result.seconds, 10)
         self.assertEqual(daemon.terminate(), 0)
-        self.assertIsNone(SANITIZER_REPORT.search(daemon.output()), daemon.output())
+        self.assertNoSanitizerReport(daemon)
 
 
 if __name__ == '__main__':
