@@ -1,0 +1,3 @@
+#include "partitionlogging.h"
+
+Q_LOGGING_CATEGORY(lcPartitions, "plinthd.platform.partitions", QtWarningMsg)

@@ -1,0 +1,92 @@
+#ifndef PLINTHD_PARTITIONMANAGER_H
+#define PLINTHD_PARTITIONMANAGER_H
+
+#include "partition.h"
+
+#include <QAtomicInteger>
+#include <QMutex>
+#include <QObject>
+#include <QVector>
+
+class MountMonitor;
+class UdevMonitor;
+
+// Watches the device's partitions: block devices as udev describes them, the
+// mount table as libmount reads it (/proc/self/mountinfo), sizes from
+// statvfs().
+//
+// Which partitions are listed, and with which storage types:
+//   System    the partition mounted at "/"; when "/home" is not a mount of its
+//             own, the root is System and User.
+//   User      the partition mounted at "/home".
+//   External  every partition of a removable drive, mounted or not. A drive is
+//             removable when the kernel sets its removable flag, when it hangs
+//             on USB, or when it is an SD card (the MMC "type" attribute is
+//             "SD"; an eMMC says "MMC" and is internal). A whole disk without
+//             a partition table counts as its own single partition. A
+//             removable partition mounted at "/" or "/home" is System or User
+//             instead.
+//   Mass      an internal (non-removable) partition mounted under "/media/",
+//             "/mnt/" or "/run/media/": a data volume of its own, neither the
+//             system nor the user partition.
+// Anything else (unmounted internal partitions, swap, boot partitions, virtual
+// file systems) is not listed. The root and /home are listed even when no
+// block device backs them (an overlay or network root); their device name is
+// then the last component of the mount source and their drive map is empty
+// of names. The order is the kernel names' natural order (sda2 before sda10),
+// then those mount-only partitions.
+//
+// Notifications, on the thread that created the manager, after udev or the
+// mount table reported a change (a QSocketNotifier each; nothing polls):
+//   partitionAdded    a partition appeared, or one left the mount table
+//                     (it is a bare partition again)
+//   storageAdded      a partition entered the mount table or moved to
+//                     another mount path
+//   partitionRemoved  a partition disappeared (its last state is passed)
+// Changes of free space are not notified.
+//
+// partitions() and refresh() may be called from any thread.
+class PartitionManager : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit PartitionManager(QObject *parent = nullptr);
+    // Reads the mount table from another file, for tests that describe the
+    // mounts in a fixture file. That file is not watched: its changes are
+    // noticed at the next udev event or refresh().
+    explicit PartitionManager(const QString &mountTablePath, QObject *parent = nullptr);
+    ~PartitionManager() override;
+
+    QVector<Partition> partitions(Partition::StorageTypes types = Partition::Any) const;
+
+    // Rescans the partitions and their sizes. Does not notify: notifications
+    // follow the events of udev and the mount table only.
+    void refresh();
+
+signals:
+    void partitionAdded(const Partition &partition);
+    void storageAdded(const Partition &partition);
+    void partitionRemoved(const Partition &partition);
+
+private:
+    void rescan();
+    void store(const QVector<Partition> &partitions, quint64 generation);
+    void announce(const QVector<Partition> &partitions);
+
+    const QString m_mountTablePath;
+    UdevMonitor *m_udevMonitor = nullptr;
+    MountMonitor *m_mountMonitor = nullptr;
+
+    // Scans run without a lock; each takes a generation number when it starts
+    // so that a slow older scan cannot replace the result of a newer one.
+    QAtomicInteger<quint64> m_nextGeneration;
+    mutable QMutex m_lock; // guards the two members below, held only to copy
+    QVector<Partition> m_partitions;
+    quint64 m_storedGeneration = 0;
+
+    // What the signals have told so far; touched on the manager's thread only.
+    QVector<Partition> m_announced;
+};
+
+#endif // PLINTHD_PARTITIONMANAGER_H

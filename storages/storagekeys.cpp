@@ -1,0 +1,24 @@
+#include "storagekeys.h"
+
+namespace StorageKeys {
+const QString DeviceLabel = QStringLiteral("deviceLabel");
+const QString Mounted = QStringLiteral("mounted");
+const QString CountMountedPartitions = QStringLiteral("countMountedPartitions");
+const QString BytesTotal = QStringLiteral("bytesTotal");
+const QString BytesFree = QStringLiteral("bytesFree");
+const QString BytesAvailable = QStringLiteral("bytesAvailable");
+const QString BytesUsed = QStringLiteral("bytesUsed");
+const QString DeviceName = QStringLiteral("deviceName");
+const QString PartitionLabel = QStringLiteral("partitionLabel");
+const QString MountPath = QStringLiteral("mountPath");
+const QString Drive = QStringLiteral("drive");
+const QString Model = QStringLiteral("model");
+const QString Vendor = QStringLiteral("vendor");
+const QString ConnectionBus = QStringLiteral("connectionBus");
+const QString DriveName = QStringLiteral("driveName");
+const QString DriveType = QStringLiteral("driveType");
+const QString PartitionsInfo = QStringLiteral("partitionsInfo");
+const QString PartitionName = QStringLiteral("partitionName");
+const QString MountPoint = QStringLiteral("mountPoint");
+const QString ExternalStorageLabel = QStringLiteral("external storage");
+} // namespace StorageKeys

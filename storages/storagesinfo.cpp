@@ -1,0 +1,212 @@
+#include "storagesinfo.h"
+
+#include "storagekeys.h"
+
+#include <QDBusConnection>
+#include <QDBusInterface>
+
+#include <partitionmanager.h>
+
+
+namespace {
+
+const QString UserManagerService = QStringLiteral("org.brisaos.usermanager");
+const QString UserManagerPath = QStringLiteral("/");
+const QString UserManagerInterface = QStringLiteral("org.brisaos.usermanager");
+
+QVariantMap partitionMap(const Partition &partition)
+{
+    using namespace StorageKeys;
+    return {
+        {BytesTotal, partition.bytesTotal()},
+        {BytesFree, partition.bytesFree()},
+        {BytesAvailable, partition.bytesAvailable()},
+        {Mounted, partition.status() == Partition::Mounted},
+        {DeviceName, partition.deviceName()},
+        {DeviceLabel, partition.deviceLabel()},
+        {PartitionLabel, partition.partitionLabel()},
+        {MountPath, partition.mountPath()},
+        {Drive, partition.drive()},
+    };
+}
+
+QString driveType(int connectionBus)
+{
+    switch (connectionBus) {
+    case 0:
+        return QStringLiteral("SD");
+    case 1:
+        return QStringLiteral("USB");
+    case 2:
+        return QStringLiteral("IEEE1394");
+    default:
+        return QStringLiteral("Unknown");
+    }
+}
+
+} // namespace
+
+StoragesInfo::StoragesInfo(QObject *parent)
+    : QObject(parent)
+{
+    userManager = new QDBusInterface(UserManagerService, UserManagerPath, UserManagerInterface,
+                                     QDBusConnection::systemBus(), this);
+    partitionManager = new PartitionManager(this);
+    partitionManager->refresh();
+    connect(partitionManager, &PartitionManager::partitionAdded, this, &StoragesInfo::partitionAdded);
+    connect(partitionManager, &PartitionManager::storageAdded, this, &StoragesInfo::storageAdded);
+    connect(partitionManager, &PartitionManager::partitionRemoved, this, &StoragesInfo::partitionRemoved);
+}
+
+StoragesInfo::~StoragesInfo() = default;
+
+QVariantMap StoragesInfo::getExternalStorageInfo()
+{
+    QMutexLocker locker(&mutex);
+    partitionManager->refresh();
+    return rebuild().summary;
+}
+
+QVariantMapList StoragesInfo::getExternalStorageDrivesInfo()
+{
+    QMutexLocker locker(&mutex);
+    partitionManager->refresh();
+    return rebuild().drives.values();
+}
+
+// The cut is always two characters, whatever the naming scheme: sda1 and sda2
+// share the key "sd" with every other sd disk. Clients know drives by these
+// keys, so the cut stays as it is.
+QString StoragesInfo::driveKey(const QString &deviceName)
+{
+    return deviceName.left(deviceName.length() - 2);
+}
+
+StoragesInfo::ExternalPicture StoragesInfo::buildExternalPicture(const QVector<Partition> &partitions)
+{
+    using namespace StorageKeys;
+    ExternalPicture picture;
+    for (const Partition &partition : partitions)
+        picture.partitionsByDrive[driveKey(partition.deviceName())].append(partitionMap(partition));
+
+    quint32 mountedCount = 0;
+    quint64 total = 0;
+    quint64 free = 0;
+    quint64 available = 0;
+    picture.summary.insert(DeviceLabel, ExternalStorageLabel);
+    for (const QVariantMapList &driveParts : qAsConst(picture.partitionsByDrive)) {
+        for (const QVariantMap &part : driveParts) {
+            if (!part.value(Mounted).toBool())
+                continue;
+            ++mountedCount;
+            total += part.value(BytesTotal).toULongLong();
+            free += part.value(BytesFree).toULongLong();
+            available += part.value(BytesAvailable).toULongLong();
+        }
+    }
+    picture.summary.insert(Mounted, mountedCount > 0);
+    picture.summary.insert(CountMountedPartitions, mountedCount);
+    picture.summary.insert(BytesTotal, qulonglong(total));
+    picture.summary.insert(BytesAvailable, qulonglong(available));
+    picture.summary.insert(BytesUsed, qulonglong(total - free));
+
+    for (auto it = picture.partitionsByDrive.cbegin(); it != picture.partitionsByDrive.cend(); ++it) {
+        QVariantMap drive;
+        QVariantMapList partitionsInfo;
+        // Every partition names the drive again; the last one's name and type
+        // stand.
+        for (const QVariantMap &part : it.value()) {
+            const QVariantMap partDrive = part.value(Drive).toMap();
+            const QString driveName = QString(partDrive.value(Vendor).toString() + QLatin1Char(' ')
+                                              + partDrive.value(Model).toString()).trimmed();
+            drive.insert(DriveName, driveName);
+            drive.insert(DriveType, driveType(partDrive.value(ConnectionBus).toInt()));
+
+            const qint64 partTotal = part.value(BytesTotal).toLongLong();
+            partitionsInfo.append({
+                {PartitionName, part.value(DeviceLabel).toString()},
+                {MountPoint, part.value(MountPath).toString()},
+                {PartitionLabel, part.value(PartitionLabel).toString()},
+                {DriveName, driveName},
+                {BytesTotal, partTotal},
+                {BytesUsed, partTotal - part.value(BytesFree).toLongLong()},
+                {BytesAvailable, part.value(BytesAvailable).toLongLong()},
+            });
+        }
+        drive.insert(PartitionsInfo, QVariant::fromValue(partitionsInfo));
+        picture.drives.insert(it.key(), drive);
+    }
+    return picture;
+}
+
+StoragesInfo::ExternalPicture StoragesInfo::rebuild()
+{
+    const ExternalPicture picture = buildExternalPicture(partitionManager->partitions(Partition::External));
+    publish(picture);
+    return picture;
+}
+
+void StoragesInfo::publish(const ExternalPicture &picture)
+{
+    QMutexLocker locker(&pictureLock);
+    assignPicture(picture);
+}
+
+// The maps are implicitly shared: under the lock only pointers are swapped.
+void StoragesInfo::assignPicture(const ExternalPicture &picture)
+{
+    externalStorageInfo = picture.summary;
+    partitionsByDrive = picture.partitionsByDrive;
+    drives = picture.drives;
+}
+
+// Publishes the picture and announces it together with the drive of the
+// changed partition. The drive is looked up in the published drives with
+// insert-if-missing: a drive that has gone is announced with an empty map,
+// which stays in the drive list until the next rebuild. That empty map is how
+// clients learn that a drive was removed.
+void StoragesInfo::announce(const ExternalPicture &picture, const Partition &changed)
+{
+    QVariantMap summary;
+    QVariantMap drive;
+    {
+        QMutexLocker locker(&pictureLock);
+        assignPicture(picture);
+        summary = externalStorageInfo;
+        drive = drives[driveKey(changed.deviceName())];
+    }
+    emit externalStorageChanged(summary);
+    emit externalDriveChanged(drive);
+}
+
+void StoragesInfo::partitionAdded(const Partition &partition)
+{
+    if (!(partition.storageType() & Partition::External))
+        return;
+    announce(buildExternalPicture(partitionManager->partitions(Partition::External)), partition);
+}
+
+// The storage type is not looked at here, and a size equal to the last one
+// seen is taken for the same storage announced again: both on purpose, the
+// clients' view of when a card "arrived" depends on it.
+void StoragesInfo::storageAdded(const Partition &partition)
+{
+    if (partition.bytesTotal() == externalTotalBytes)
+        return;
+    externalTotalBytes = partition.bytesTotal();
+    announce(buildExternalPicture(partitionManager->partitions(Partition::External)), partition);
+}
+
+// After the last external partition has gone, the summary announced is an
+// empty map, whereas a query in that state answers the full summary with
+// nothing mounted. Clients tell "all removed" from "nothing mounted" by it.
+void StoragesInfo::partitionRemoved(const Partition &partition)
+{
+    const QVector<Partition> external = partitionManager->partitions(Partition::External);
+    if (external.isEmpty()) {
+        externalTotalBytes = 0;
+        announce(ExternalPicture(), partition);
+        return;
+    }
+    announce(buildExternalPicture(external), partition);
+}

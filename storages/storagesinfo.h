@@ -1,0 +1,83 @@
+#ifndef PLINTHD_STORAGESINFO_H
+#define PLINTHD_STORAGESINFO_H
+
+#include "dbustypes.h"
+
+#include <QMap>
+#include <QMutex>
+#include <QObject>
+#include <QVariantMap>
+#include <QVector>
+
+#include <partition.h>
+
+class PartitionManager;
+class QDBusInterface;
+
+// The storage provider behind StoragesService. It owns the partition manager
+// and keeps a grouped picture of the external (removable) partitions: the
+// summary map, the partition maps of each drive and the drive maps. Queries
+// run on pool threads (the service starts them) and on the main thread (the
+// drive list); the partition manager's notifications arrive on the main
+// thread.
+//
+// Locking:
+//   mutex        serialises the queries with each other, for their whole use
+//                of the partition manager and the user manager. The slots
+//                never take it, so a change is announced at once even while a
+//                long query runs.
+//   pictureLock  guards externalStorageInfo, partitionsByDrive and drives.
+//                A rebuild computes the new picture in locals, from a copy of
+//                the partition list (PartitionManager guards its own list),
+//                and takes this lock only to swap the three maps in and to
+//                copy out what it answers or announces. Nothing slow ever runs
+//                under it, so the slots wait at most for a few map copies.
+//   externalTotalBytes is read and written by the slots only, on the main
+//   thread, and needs no lock.
+class StoragesInfo : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit StoragesInfo(QObject *parent = nullptr);
+    ~StoragesInfo() override;
+
+    QVariantMap getExternalStorageInfo();
+    QVariantMapList getExternalStorageDrivesInfo();
+
+signals:
+    void externalStorageChanged(QVariantMap updatedStorage);
+    void externalDriveChanged(QVariantMap externalDriveInfo);
+
+private slots:
+    void partitionAdded(const Partition &partition);
+    void storageAdded(const Partition &partition);
+    void partitionRemoved(const Partition &partition);
+
+private:
+    struct ExternalPicture
+    {
+        QVariantMap summary;
+        QMap<QString, QVariantMapList> partitionsByDrive;
+        QMap<QString, QVariantMap> drives;
+    };
+
+    static ExternalPicture buildExternalPicture(const QVector<Partition> &partitions);
+    static QString driveKey(const QString &deviceName);
+    ExternalPicture rebuild();
+    void publish(const ExternalPicture &picture);
+    void assignPicture(const ExternalPicture &picture);
+    void announce(const ExternalPicture &picture, const Partition &changed);
+
+    qint64 externalTotalBytes = 0;
+    PartitionManager *partitionManager = nullptr;
+    QVariantMap internalStorageInfo;
+    QVariantMap externalStorageInfo;
+    QMap<QString, QVariantMapList> partitionsByDrive;
+    QDBusInterface *userManager = nullptr;
+    QMutex mutex;
+    QMap<QString, QVariantMap> drives;
+    QMutex pictureLock;
+};
+
+#endif // PLINTHD_STORAGESINFO_H

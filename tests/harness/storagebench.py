@@ -1,0 +1,168 @@
+"""Drives that come and go, for the storage tests.
+
+Block devices come from umockdev: device descriptions in the umockdev record
+format (tests/data/storages/*.umockdev) are added to a testbed, and udev
+events for them reach the daemon's udev monitor. Mounts are real: the daemon
+runs in a private mount namespace, and the test mounts a tmpfs of a chosen size
+there whose source names the recorded device node (tmpfs takes any source), so
+the kernel's mount table, libmount's monitor and statvfs() are all real.
+
+The test process itself must run under umockdev's preload library for the
+testbed to work; call storagebench.main() instead of plinthtest.main() and it
+re-executes the script under umockdev-wrapper when needed.
+"""
+
+import os
+import subprocess
+import sys
+import time
+
+import dbus
+import dbus.mainloop.glib
+import gi
+
+gi.require_version('UMockdev', '1.0')
+from gi.repository import GLib, UMockdev  # noqa: E402
+
+import plinthtest  # noqa: E402
+
+DATA_DIR = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), 'data', 'storages')
+SECTOR = 512
+
+
+def device_paths(name):
+    """The sysfs paths of a description file, in file order."""
+    paths = []
+    with open(os.path.join(DATA_DIR, name + '.umockdev')) as f:
+        for line in f:
+            if line.startswith('P: '):
+                paths.append('/sys' + line[3:].strip())
+    return paths
+
+
+def block_devices(name):
+    return [p for p in device_paths(name) if '/block/' in p]
+
+
+def sanitizer_preload():
+    """AddressSanitizer must come first among the preloaded libraries."""
+    if os.environ.get('PLINTHD_SANITIZE') != 'address':
+        return []
+    path = subprocess.run(['gcc', '-print-file-name=libasan.so'], capture_output=True,
+                          universal_newlines=True).stdout.strip()
+    return [os.path.realpath(path)] if path else []
+
+
+class SignalRecorder:
+    """Storages signals as a client sees them, in arrival order."""
+
+    def __init__(self, address):
+        self.bus = dbus.bus.BusConnection(address, mainloop=dbus.mainloop.glib.DBusGMainLoop())
+        self.signals = []
+        self._match = self.bus.add_signal_receiver(
+            self._record, dbus_interface=plinthtest.STORAGES_IFACE, path=plinthtest.STORAGES_PATH,
+            member_keyword='member')
+        # The match rule must be in force on the bus before anything happens.
+        self.bus.call_blocking('org.freedesktop.DBus', '/org/freedesktop/DBus',
+                               'org.freedesktop.DBus', 'GetId', '', [])
+
+    def _record(self, *args, member=None):
+        self.signals.append((member, args[0] if args else None))
+
+    def pump(self, seconds):
+        context = GLib.MainContext.default()
+        deadline = time.monotonic() + seconds
+        while time.monotonic() < deadline:
+            while context.iteration(False):
+                pass
+            time.sleep(0.01)
+
+    def wait_for(self, count, timeout=10.0):
+        """Waits until `count` signals have arrived since the last take()."""
+        context = GLib.MainContext.default()
+        deadline = time.monotonic() + timeout
+        while len(self.signals) < count:
+            if time.monotonic() > deadline:
+                raise AssertionError('expected %d signals, got %d: %r' % (count, len(self.signals), self.signals))
+            context.iteration(False)
+            time.sleep(0.005)
+        return self.take()
+
+    def take(self):
+        taken, self.signals = self.signals, []
+        return taken
+
+    def close(self):
+        self._match.remove()
+        self.bus.close()
+
+
+class StorageTestCase(plinthtest.DaemonTestCase):
+
+    def setUp(self):
+        super().setUp()
+        self.testbed = UMockdev.Testbed.new()
+        self.media = os.path.join(self.workdir, 'media')
+        os.mkdir(self.media)
+        self.daemon = None
+
+    def add_description(self, name):
+        """Makes the devices of a description exist without any event."""
+        self.assertTrue(self.testbed.add_from_file(os.path.join(DATA_DIR, name + '.umockdev')))
+
+    def plug(self, name):
+        """A drive arrives: its devices appear, then udev announces each block device."""
+        self.add_description(name)
+        for path in block_devices(name):
+            self.testbed.uevent(path, 'add')
+
+    def unplug(self, name):
+        """A drive leaves: its block devices are announced gone, then removed."""
+        paths = device_paths(name)
+        for path in reversed(block_devices(name)):
+            self.testbed.uevent(path, 'remove')
+        self.testbed.remove_device(paths[0])
+        # The last event after the removal makes sure the daemon rescans a
+        # sysfs without the drive.
+        self.testbed.uevent(self.anchor_device, 'change')
+
+    def start_storage_daemon(self, devices=('emmc',), **kwargs):
+        for name in devices:
+            self.add_description(name)
+        # udev events need a device that stays; the internal eMMC is one.
+        self.anchor_device = block_devices('emmc')[0]
+        if 'emmc' not in devices:
+            self.add_description('emmc')
+        env = dict(kwargs.pop('env', {}))
+        env['UMOCKDEV_DIR'] = self.testbed.get_root_dir()
+        preload = sanitizer_preload() + [p for p in os.environ.get('LD_PRELOAD', '').split() if p]
+        env['LD_PRELOAD'] = ' '.join(preload)
+        self.daemon = self.start_daemon(env=env, namespace=True, **kwargs)
+        return self.daemon
+
+    def in_namespace(self, *command):
+        subprocess.run(['nsenter', '-t', str(self.daemon.process.pid), '-m', '--'] + list(command),
+                       check=True, stdin=subprocess.DEVNULL)
+
+    def mount(self, device, size_bytes, where=None):
+        """Mounts a tmpfs of the given size as /dev/DEVICE in the daemon's namespace."""
+        target = where or os.path.join(self.media, device)
+        os.makedirs(target, exist_ok=True)
+        self.in_namespace('mount', '-t', 'tmpfs', '-o', 'size=%d' % size_bytes, '/dev/' + device, target)
+        return target
+
+    def umount(self, device, where=None):
+        self.in_namespace('umount', where or os.path.join(self.media, device))
+
+    def recorder(self):
+        recorder = SignalRecorder(self.system_bus.address)
+        self.addCleanup(recorder.close)
+        return recorder
+
+
+def main():
+    # in_mock_environment() only turns true once a testbed exists; the
+    # preload library is what the testbed needs in this process.
+    if 'libumockdev-preload' not in os.environ.get('LD_PRELOAD', ''):
+        os.execvp('umockdev-wrapper', ['umockdev-wrapper', sys.executable] + sys.argv)
+    plinthtest.main()

@@ -1,0 +1,92 @@
+// Linked into every program of the ThreadSanitizer build only.
+//
+// Debian's Qt is not instrumented. QMutex::lock() and unlock() are out of
+// line in libQt5Core and take the lock with plain atomics and, under
+// contention, a futex: ThreadSanitizer sees neither, so two threads that
+// take turns under one QMutex look to it like a data race. These definitions
+// stand in for Qt's own for every call made from our code (the static linker
+// binds our calls to a definition in the program before it looks at the
+// shared library); they tell ThreadSanitizer about the lock and then call
+// Qt's implementation, found behind ours with RTLD_NEXT. Qt's calls inside
+// libQt5Core are bound within the library and stay invisible, which is what
+// the suppression list is about.
+//
+// The build links these from an archive whose symbols it keeps out of the
+// program's dynamic symbol table (--exclude-libs): the program's own calls
+// bind to them, but the shared libraries keep binding to Qt's. libQt5DBus
+// locks QMutexes that libQt5Core also takes and releases (inside
+// QWaitCondition), invisibly; annotating only libQt5DBus's half would make
+// the tool see locks that are never released.
+//
+// Recursive QMutexes are passed through unannotated: the daemon has none, and
+// annotating them would need their depth.
+#include <QMutex>
+
+#include <dlfcn.h>
+#include <sanitizer/tsan_interface.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+template<typename Function>
+Function qtImplementation(const char *symbol)
+{
+    void *address = dlsym(RTLD_NEXT, symbol);
+    if (!address) {
+        std::fprintf(stderr, "tsanqmutex: %s not found behind the program\n", symbol);
+        std::abort();
+    }
+    return reinterpret_cast<Function>(address);
+}
+
+using LockFunction = void (*)(QMutex *);
+using TryLockFunction = bool (*)(QMutex *, int);
+using UnlockFunction = void (*)(QMutex *);
+using DestroyFunction = void (*)(QMutex *);
+
+} // namespace
+
+void QMutex::lock() QT_MUTEX_LOCK_NOEXCEPT
+{
+    static const auto real = qtImplementation<LockFunction>("_ZN6QMutex4lockEv");
+    if (isRecursive()) {
+        real(this);
+        return;
+    }
+    __tsan_mutex_pre_lock(this, 0);
+    real(this);
+    __tsan_mutex_post_lock(this, 0, 0);
+}
+
+bool QMutex::tryLock(int timeout) QT_MUTEX_LOCK_NOEXCEPT
+{
+    static const auto real = qtImplementation<TryLockFunction>("_ZN6QMutex7tryLockEi");
+    if (isRecursive())
+        return real(this, timeout);
+    __tsan_mutex_pre_lock(this, __tsan_mutex_try_lock);
+    const bool locked = real(this, timeout);
+    __tsan_mutex_post_lock(this, locked ? __tsan_mutex_try_lock : __tsan_mutex_try_lock | __tsan_mutex_try_lock_failed, 0);
+    return locked;
+}
+
+void QMutex::unlock() noexcept
+{
+    static const auto real = qtImplementation<UnlockFunction>("_ZN6QMutex6unlockEv");
+    if (isRecursive()) {
+        real(this);
+        return;
+    }
+    __tsan_mutex_pre_unlock(this, 0);
+    real(this);
+    __tsan_mutex_post_unlock(this, 0);
+}
+
+// Freed memory may hold the next mutex: its state must not carry over.
+QMutex::~QMutex()
+{
+    static const auto real = qtImplementation<DestroyFunction>("_ZN6QMutexD2Ev");
+    __tsan_mutex_destroy(this, 0);
+    real(this);
+}
