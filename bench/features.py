@@ -5,7 +5,7 @@ Part of ./bench, which prints these rows with every other figure of the
 project; run alone (as root, after a release build) it prints only its own:
 
     /usr/bin/python3 bench/features.py [--build build/release] [--packages 2000]
-                                       [--calls 2000] [--rounds 11] [--starts 10] [--idle 10]
+                                       [--calls 1000] [--rounds 31] [--starts 10] [--idle 10]
 
 The reference is bench/echoservice, a minimal Qt D-Bus service answering a
 constant string, on the same private bus and driven by the same client. The
@@ -32,8 +32,8 @@ ECHO_OBJECTS = [benchlib.ECHO[1]]
 
 
 def add_arguments(parser):
-    parser.add_argument('--calls', type=int, default=2000, help='calls in each round of a rate')
-    parser.add_argument('--rounds', type=int, default=11, help='alternating rounds of each rate')
+    parser.add_argument('--calls', type=int, default=1000, help='calls in each round of a rate')
+    parser.add_argument('--rounds', type=int, default=31, help='alternating rounds of each rate')
     parser.add_argument('--starts', type=int, default=10, help='starts of each program for the start times')
     parser.add_argument('--idle', type=float, default=10.0, help='seconds of idling for the wake-ups')
 
