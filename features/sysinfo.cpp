@@ -5,6 +5,7 @@
 #include "probeparsers.h"
 
 #include <aboutsettings.h>
+#include <accesspolicy.h>
 #include <batterystatus.h>
 #include <deviceinfo.h>
 
@@ -76,8 +77,7 @@ bool readFileLines(const QString &path, QStringList *lines)
 SysInfo::SysInfo(QObject *parent)
     : QObject(parent)
 {
-    // The camera access policy object is created here, before any probe, by
-    // the camera code; it is not part of this build.
+    accessPolicy = new Brisa::AccessPolicy(nullptr);
     waitForPolicyManager = false;
 
     if (lscpuLines.isEmpty()) {
@@ -98,15 +98,14 @@ SysInfo::SysInfo(QObject *parent)
     aboutSettings = new AboutSettings(this);
     deviceFacts = new DeviceInfo(this);
 
-    // CAMERAS: the policy-manager watch and the first camera measurement start
-    // here, last, once every other fact is known. Until that code lands both
-    // camera resolutions stay 0.0 and no camera signal is emitted.
+    // Last, once every other fact is known. Measuring is asynchronous: it ends
+    // from the event loop, when each camera reports that it has loaded.
+    watchPolicyManager();
 }
 
 SysInfo::~SysInfo()
 {
-    // The camera access policy (no QObject parent) is deleted first, here, by
-    // the camera code once it creates one.
+    delete accessPolicy;
     delete frontalCamera;
     delete mainCamera;
     delete deviceFacts;

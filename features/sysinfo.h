@@ -1,6 +1,7 @@
 #ifndef PLINTHD_SYSINFO_H
 #define PLINTHD_SYSINFO_H
 
+#include <QCamera>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -9,7 +10,7 @@
 class AboutSettings;
 class BatteryStatus;
 class DeviceInfo;
-class QCamera;
+class QCameraInfo;
 namespace Brisa {
 class AccessPolicy;
 }
@@ -55,7 +56,19 @@ signals:
     void cameraEnabledChanged(bool enabled);
     void cameraInitFinished();
 
+private slots:
+    void mainCameraStatusChanged(QCamera::Status status);
+    void frontalCameraStatusChanged(QCamera::Status status);
+    void cameraAccessChanged();
+
 private:
+    // Cameras (sysinfocameras.cpp).
+    void watchPolicyManager();
+    void initCameras();
+    void replaceCamera(QCamera **camera, const QCameraInfo &info, QCamera::Position position,
+                       void (SysInfo::*statusSlot)(QCamera::Status));
+    void measureCamera(QCamera *camera, QCamera::Status status, double *resolution, const QString &fileKey);
+
     void probeProcessor();
     void probeCertification();
     void probeVirtualization();
@@ -75,11 +88,14 @@ private:
     BatteryStatus *batteryStatus = nullptr;
     AboutSettings *aboutSettings = nullptr;
     DeviceInfo *deviceFacts = nullptr;
-    // Camera measurement and the camera access policy: created by the camera
-    // code (see the constructor's last step); empty until then.
+    // The cameras being measured, made anew on every measuring round; empty
+    // when the device has no camera on that side.
     QCamera *mainCamera = nullptr;
     QCamera *frontalCamera = nullptr;
+    // Created first in the constructor, without a parent; deleted first.
     Brisa::AccessPolicy *accessPolicy = nullptr;
+    // The policy manager was not on the bus at start-up: each time it appears,
+    // policy changes get one more connection.
     bool waitForPolicyManager = false;
 };
 

@@ -1,9 +1,18 @@
 #include "storagesinfo.h"
 
+#include "deviceusers.h"
+#include "figurekeys.h"
+#include "kernelquotasource.h"
+#include "logging.h"
 #include "storagekeys.h"
+#include "systemstoragecategories.h"
+#include "userquotareport.h"
+#include "userstoragebreakdown.h"
 
 #include <QDBusConnection>
 #include <QDBusInterface>
+#include <QDBusReply>
+#include <QStorageInfo>
 
 #include <partitionmanager.h>
 
@@ -47,7 +56,7 @@ QString driveType(int connectionBus)
 } // namespace
 
 StoragesInfo::StoragesInfo(QObject *parent)
-    : QObject(parent)
+    : QObject(parent), quotaSource(std::make_unique<KernelQuotaSource>())
 {
     userManager = new QDBusInterface(UserManagerService, UserManagerPath, UserManagerInterface,
                                      QDBusConnection::systemBus(), this);
@@ -209,4 +218,106 @@ void StoragesInfo::partitionRemoved(const Partition &partition)
         return;
     }
     announce(buildExternalPicture(external), partition);
+}
+
+QVariantMap StoragesInfo::getInternalStorageInfo()
+{
+    QMutexLocker locker(&mutex);
+    partitionManager->refresh();
+    fillPartitionsSummary(Partition::System | Partition::User | Partition::Mass, internalStorageInfo);
+    return internalStorageInfo;
+}
+
+QVariantMap StoragesInfo::getInternalUserPartitionInfo()
+{
+    QVariantMap result;
+    uint uid = 0;
+    bool ok = false;
+    {
+        QMutexLocker locker(&mutex);
+        partitionManager->refresh();
+        fillPartitionsSummary(Partition::User | Partition::Mass, result);
+        ok = getCurrentUid(uid);
+    }
+    // The walks run unlocked: other queries need not wait for them.
+    if (ok)
+        fillInternalUserStorageInfo(uid, result);
+    return result;
+}
+
+QVariantMap StoragesInfo::getSystemStorageInfo()
+{
+    return SystemStorageCategories::measure();
+}
+
+QuotaInfoMap StoragesInfo::getUsersQuotaInfo()
+{
+    QVariantMap summary;
+    uint uid = 0;
+    {
+        QMutexLocker locker(&mutex);
+        partitionManager->refresh();
+        fillPartitionsSummary(Partition::User | Partition::Mass, summary);
+        if (!getCurrentUid(uid))
+            return QuotaInfoMap();
+    }
+    const UserStorageBreakdown breakdown(*quotaSource);
+    return UserQuotaReport(*quotaSource, breakdown).collect(uid, summary);
+}
+
+void StoragesInfo::fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map)
+{
+    map.clear();
+    const int kind = int(types);
+    qint64 total = 0;
+    qint64 available = 0;
+    QString filesystemType;
+    QString label;
+    for (const Partition &partition : partitionManager->partitions(types)) {
+        if (kind == 7) {
+            // The internal memory is measured through the file system of each
+            // mount point, the user partition by the platform's own figures.
+            QStorageInfo storage;
+            storage.setPath(partition.mountPath());
+            total += storage.bytesTotal();
+            available += storage.bytesAvailable();
+            label = FigureKeys::InternalMemoryLabel;
+        } else if (kind == 6 || kind == 2) {
+            total += partition.bytesTotalLimit();
+            available += partition.bytesAvailable();
+            label = QStringLiteral("%1 %2").arg(currentUserName(), FigureKeys::PartitionWord);
+        } else {
+            map.clear();
+            return;
+        }
+        filesystemType = partition.filesystemType();
+    }
+    map[StorageKeys::BytesTotal] = qulonglong(total);
+    map[StorageKeys::BytesUsed] = qulonglong(total - available);
+    map[StorageKeys::BytesAvailable] = qulonglong(available);
+    map[FigureKeys::FilesystemType] = filesystemType;
+    map[StorageKeys::DeviceLabel] = label;
+}
+
+void StoragesInfo::fillInternalUserStorageInfo(const uint &uid, QVariantMap &map)
+{
+    UserStorageBreakdown(*quotaSource).fill(uid, map);
+}
+
+bool StoragesInfo::getCurrentUid(uint &uid)
+{
+    const QDBusReply<uint> reply = userManager->call(QStringLiteral("currentUser"));
+    if (!reply.isValid()) {
+        qCWarning(lcPlinthd).noquote() << "getCurrentUid" << "Failed to get current user uid.";
+        return false;
+    }
+    uid = reply.value();
+    return true;
+}
+
+QString StoragesInfo::currentUserName()
+{
+    uint uid = 999999;
+    getCurrentUid(uid);
+    return DeviceUsers::userName(uid);
 }

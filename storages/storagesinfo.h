@@ -11,8 +11,11 @@
 
 #include <partition.h>
 
+#include <memory>
+
 class PartitionManager;
 class QDBusInterface;
+class QuotaSource;
 
 // The storage provider behind StoragesService. It owns the partition manager
 // and keeps a grouped picture of the external (removable) partitions: the
@@ -45,6 +48,14 @@ public:
     QVariantMap getExternalStorageInfo();
     QVariantMapList getExternalStorageDrivesInfo();
 
+    // The internal memory as one figure, the user partition broken down for
+    // the current user, the system categories and the users' quotas. The
+    // directory walks run outside `mutex`; the system categories take no lock.
+    QVariantMap getInternalStorageInfo();
+    QVariantMap getInternalUserPartitionInfo();
+    QVariantMap getSystemStorageInfo();
+    QuotaInfoMap getUsersQuotaInfo();
+
 signals:
     void externalStorageChanged(QVariantMap updatedStorage);
     void externalDriveChanged(QVariantMap externalDriveInfo);
@@ -69,6 +80,13 @@ private:
     void assignPicture(const ExternalPicture &picture);
     void announce(const ExternalPicture &picture, const Partition &changed);
 
+    // Sizes and file-system type of the partitions of `types` (7: the internal
+    // memory, 6 or 2: the user partition), and their label.
+    void fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map);
+    void fillInternalUserStorageInfo(const uint &uid, QVariantMap &map);
+    bool getCurrentUid(uint &uid);
+    QString currentUserName();
+
     qint64 externalTotalBytes = 0;
     PartitionManager *partitionManager = nullptr;
     QVariantMap internalStorageInfo;
@@ -78,6 +96,7 @@ private:
     QMutex mutex;
     QMap<QString, QVariantMap> drives;
     QMutex pictureLock;
+    std::unique_ptr<QuotaSource> quotaSource;
 };
 
 #endif // PLINTHD_STORAGESINFO_H

@@ -118,8 +118,7 @@ QVariantMap StoragesService::getSystemStorageInfo()
 
 QuotaInfoMap StoragesService::getUsersQuotaInfo()
 {
-    // Quotas are not computed yet: the neutral answer is an empty map.
-    return QuotaInfoMap();
+    return storagesInfo->getUsersQuotaInfo();
 }
 
 // The adaptor calls the service within the D-Bus dispatch, so the context of
@@ -148,11 +147,11 @@ QVariantMap StoragesService::runQuery(QueryType type) const
     case ExternalStorage:
         return storagesInfo->getExternalStorageInfo();
     case InternalStorage:
+        return storagesInfo->getInternalStorageInfo();
     case InternalUserPartition:
+        return storagesInfo->getInternalUserPartitionInfo();
     case SystemStorage:
-        // The internal storage, user partition and system category queries
-        // are not computed yet: the neutral answer is an empty map.
-        return QVariantMap();
+        return storagesInfo->getSystemStorageInfo();
     }
     return QVariantMap();
 }

@@ -2,7 +2,7 @@
 """The shipped systemd unit and activation file, as configured in the build tree.
 
 systemd-analyze judges the unit: it must be valid, and the sandbox must keep
-its exposure at 1.5 or below (a property of the file, not of the machine).
+its exposure at 2.0 or below (a property of the file, not of the machine).
 """
 
 import os
@@ -16,7 +16,7 @@ BUILD_DIR = os.environ.get('PLINTHD_BUILD_DIR', '')
 SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', '')
 UNIT = os.path.join(BUILD_DIR, 'data', 'plinthd.service')
 ACTIVATION = os.path.join(BUILD_DIR, 'data', 'org.norvu.plinth.service')
-MAX_EXPOSURE = 1.5
+MAX_EXPOSURE = 2.0
 
 
 def read_keys(path):

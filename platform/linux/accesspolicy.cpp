@@ -1,0 +1,31 @@
+#include "accesspolicy.h"
+
+#include <QDBusConnection>
+#include <QDBusError>
+#include <QLoggingCategory>
+
+namespace Brisa {
+
+Q_LOGGING_CATEGORY(lcAccessPolicy, "brisa.accesspolicy", QtWarningMsg)
+
+const char AccessPolicy::ServiceName[] = "org.norvu.PolicyManager";
+const char AccessPolicy::ObjectPath[] = "/org/norvu/PolicyManager";
+const char AccessPolicy::InterfaceName[] = "org.norvu.PolicyManager";
+const char AccessPolicy::CameraAccessChangedSignal[] = "CameraAccessChanged";
+
+// Matching on the manager's well-known name makes the bus deliver the signal
+// only from whoever owns that name, including an owner that appears after this
+// object was made: no other process can fake a policy change.
+AccessPolicy::AccessPolicy(QObject *parent)
+    : QObject(parent)
+{
+    QDBusConnection bus = QDBusConnection::systemBus();
+    m_listening = bus.isConnected()
+        && bus.connect(QLatin1String(ServiceName), QLatin1String(ObjectPath), QLatin1String(InterfaceName),
+                       QLatin1String(CameraAccessChangedSignal), this,
+                       SIGNAL(cameraEnabledChanged()));
+    if (!m_listening)
+        qCWarning(lcAccessPolicy) << "Can't listen to the policy manager:" << bus.lastError().message();
+}
+
+} // namespace Brisa

@@ -1,0 +1,451 @@
+#include "directorywalker.h"
+
+#include "localfilenames.h"
+#include "logging.h"
+
+#include <QDir>
+#include <QFile>
+#include <QThread>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <condition_variable>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// QFileInfo::ownerId() of an entry that cannot be stat'ed (a dangling link).
+constexpr uint UnknownOwner = uint(-2);
+
+// A path of this many bytes or more is refused by the kernel (ENAMETOOLONG).
+constexpr std::size_t PathMax = PATH_MAX;
+
+// Descriptors of listed directories are kept open while their subdirectories
+// wait, so that those open relative to them. Past the budget only every
+// CheckpointEvery-th level keeps one, and deeper directories open through a
+// short relative path from the nearest kept ancestor: a tree thousands of
+// levels deep costs a bounded number of descriptors.
+constexpr int KeptDescriptorBudget = 48;
+constexpr int CheckpointEvery = 32;
+
+// A second thread pays off only on trees of some size.
+constexpr qint64 DefaultEntriesBeforeHelpers = 2048;
+
+constexpr std::size_t ListingBufferSize = 64 * 1024;
+
+// A walk is background work: its threads yield the processor to the main
+// thread, which must answer other callers within milliseconds even while two
+// walks keep both cores busy.
+constexpr int WalkNiceness = 10;
+
+// Lowers the calling thread's priority for the duration of a walk and gives
+// it back after: the caller is a pool thread that later runs other queries.
+class NiceScope
+{
+public:
+    NiceScope() : m_thread(::gettid())
+    {
+        errno = 0;
+        m_previous = ::getpriority(PRIO_PROCESS, id_t(m_thread));
+        m_changed = errno == 0 && m_previous < WalkNiceness
+                && ::setpriority(PRIO_PROCESS, id_t(m_thread), WalkNiceness) == 0;
+    }
+    ~NiceScope()
+    {
+        // Raising a priority again needs CAP_SYS_NICE, which the daemon has as
+        // a system service; without it the thread simply stays lower.
+        if (m_changed)
+            ::setpriority(PRIO_PROCESS, id_t(m_thread), m_previous);
+    }
+    NiceScope(const NiceScope &) = delete;
+    NiceScope &operator=(const NiceScope &) = delete;
+
+private:
+    pid_t m_thread;
+    int m_previous = 0;
+    bool m_changed = false;
+};
+
+// Excluded paths below the walked directory, one level of names per node.
+struct ExclusionNode
+{
+    bool excluded = false;
+    std::map<std::string, ExclusionNode, std::less<>> children;
+
+    const ExclusionNode *child(std::string_view name) const
+    {
+        const auto it = children.find(name);
+        return it == children.end() ? nullptr : &it->second;
+    }
+};
+
+struct DirNode
+{
+    DirNode *parent = nullptr;
+    std::atomic<int> references{1};
+    int fd = -1;
+    int depth = 0;
+    // Bytes of the walk's path of an entry up to its name, separator included:
+    // for the directories and links beneath (absolute, cleaned paths) and for
+    // the other entries (the listing's own paths; they differ only at the top).
+    std::size_t childPrefixLength = 0;
+    std::size_t filePrefixLength = 0;
+    const ExclusionNode *exclusion = nullptr;
+    std::string name;
+};
+
+bool isDotOrDotDot(const char *name)
+{
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+class Walk
+{
+public:
+    Walk(uint ownerUid, int maxThreads, qint64 entriesBeforeHelpers)
+        : m_ownerUid(ownerUid), m_maxThreads(maxThreads), m_entriesBeforeHelpers(entriesBeforeHelpers)
+    {
+    }
+
+    qint64 run(const QString &path, const QSet<QString> &excluded);
+
+private:
+    struct Listing
+    {
+        qint64 bytes = 0;
+        qint64 entries = 0;
+    };
+
+    void work();
+    void startHelperIfWorthIt();
+    void visit(DirNode *node, std::vector<DirNode *> &found, std::vector<char> &buffer, Listing &listing);
+    Listing list(int fd, const DirNode *self, DirNode *childParent, std::vector<DirNode *> &found,
+                 std::vector<char> &buffer);
+    int openDirectory(const DirNode *node) const;
+    void release(DirNode *node);
+    void buildExclusions(const QString &cleanRoot, const QSet<QString> &excluded);
+
+    const uint m_ownerUid;
+    const int m_maxThreads;
+    const qint64 m_entriesBeforeHelpers;
+    const LocalFileNames m_names;
+    ExclusionNode m_exclusions;
+    std::atomic<int> m_keptDescriptors{0};
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    std::vector<DirNode *> m_pending;
+    int m_busy = 0;
+    int m_waiting = 0;
+    qint64 m_entries = 0;
+    std::vector<std::thread> m_helpers;
+    qint64 m_bytes = 0;
+};
+
+qint64 Walk::run(const QString &path, const QSet<QString> &excluded)
+{
+    if (excluded.contains(path))
+        return 0;
+
+    // The directory as QDir names it (one trailing separator dropped, an empty
+    // path meaning the current directory) and the cleaned absolute path that
+    // the names of its entries are built on.
+    const QDir dir(path);
+    const QByteArray native = QFile::encodeName(dir.path());
+    // absolutePath() leaves an absolute path with a trailing separator as it is.
+    const QString cleanRoot = QDir::cleanPath(dir.absolutePath());
+    const QByteArray cleanNative = QFile::encodeName(cleanRoot);
+
+    const int rootFd = ::open(native.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (rootFd < 0)
+        return 0;
+    const NiceScope nice;
+
+    buildExclusions(cleanRoot, excluded);
+
+    auto *root = new DirNode;
+    root->fd = rootFd;
+    root->childPrefixLength = cleanRoot == QLatin1String("/") ? 1 : std::size_t(cleanNative.size()) + 1;
+    root->filePrefixLength = std::size_t(native.size()) + (native.endsWith('/') ? 0 : 1);
+    root->exclusion = &m_exclusions;
+
+    // Links and directories at the top are reached again through the cleaned
+    // path. When that names another directory (a ".." after a symbolic link),
+    // they are looked up there, as the path-based walk would.
+    DirNode *childParent = root;
+    if (cleanNative != native) {
+        const int lexicalFd = ::open(cleanNative.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        struct stat a, b;
+        const bool same = lexicalFd >= 0 && ::fstat(rootFd, &a) == 0 && ::fstat(lexicalFd, &b) == 0
+                && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+        if (same) {
+            ::close(lexicalFd);
+        } else {
+            childParent = new DirNode;
+            childParent->fd = lexicalFd;
+            childParent->childPrefixLength = root->childPrefixLength;
+            childParent->filePrefixLength = root->childPrefixLength;
+            childParent->exclusion = &m_exclusions;
+        }
+    }
+
+    std::vector<char> buffer(ListingBufferSize);
+    const Listing top = list(rootFd, root, childParent, m_pending, buffer);
+    m_entries = top.entries;
+    m_bytes = top.bytes;
+
+    work();
+    for (std::thread &helper : m_helpers)
+        helper.join();
+
+    if (childParent != root)
+        release(childParent);
+    release(root);
+    return m_bytes;
+}
+
+void Walk::buildExclusions(const QString &cleanRoot, const QSet<QString> &excluded)
+{
+    const QString prefix = cleanRoot == QLatin1String("/") ? cleanRoot : cleanRoot + QLatin1Char('/');
+    const QByteArray nativePrefix = QFile::encodeName(prefix);
+    for (const QString &path : excluded) {
+        if (path.size() <= prefix.size() || !path.startsWith(prefix))
+            continue;
+        // Walked paths are decoded file names: a string that does not survive
+        // encoding can never equal one.
+        const QByteArray native = QFile::encodeName(path);
+        if (QFile::decodeName(native) != path || !native.startsWith(nativePrefix))
+            continue;
+        ExclusionNode *node = &m_exclusions;
+        const QList<QByteArray> names = native.mid(nativePrefix.size()).split('/');
+        for (const QByteArray &name : names)
+            node = &node->children[name.toStdString()];
+        node->excluded = true;
+    }
+}
+
+void Walk::work()
+{
+    const NiceScope nice;
+    std::vector<DirNode *> found;
+    std::vector<char> buffer(ListingBufferSize);
+    Listing listing;
+
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+        while (m_pending.empty() && m_busy > 0) {
+            ++m_waiting;
+            m_wake.wait(lock);
+            --m_waiting;
+        }
+        if (m_pending.empty())
+            break;
+        DirNode *node = m_pending.back();
+        m_pending.pop_back();
+        ++m_busy;
+        startHelperIfWorthIt();
+        lock.unlock();
+
+        listing = Listing();
+        visit(node, found, buffer, listing);
+
+        lock.lock();
+        --m_busy;
+        m_bytes += listing.bytes;
+        m_entries += listing.entries;
+        m_pending.insert(m_pending.end(), found.begin(), found.end());
+        found.clear();
+        if (m_waiting > 0 && (!m_pending.empty() || m_busy == 0))
+            m_wake.notify_all();
+    }
+    m_wake.notify_all();
+}
+
+// Called with the mutex held.
+void Walk::startHelperIfWorthIt()
+{
+    if (int(m_helpers.size()) + 1 >= m_maxThreads || m_pending.empty() || m_entriesBeforeHelpers < 0
+        || m_entries < m_entriesBeforeHelpers)
+        return;
+    try {
+        m_helpers.emplace_back(&Walk::work, this);
+    } catch (const std::system_error &error) {
+        // No thread to be had: the threads already running finish the walk.
+        qCDebug(lcPlinthd) << "Directory walk stays on fewer threads:" << error.what();
+    }
+}
+
+void Walk::visit(DirNode *node, std::vector<DirNode *> &found, std::vector<char> &buffer, Listing &listing)
+{
+    const int fd = openDirectory(node);
+    if (fd >= 0) {
+        listing = list(fd, node, node, found, buffer);
+        const bool keep = !found.empty()
+                && (m_keptDescriptors.load(std::memory_order_relaxed) < KeptDescriptorBudget
+                    || node->depth % CheckpointEvery == 0);
+        if (keep) {
+            // Set before the subdirectories are published under the mutex.
+            node->fd = fd;
+            m_keptDescriptors.fetch_add(1, std::memory_order_relaxed);
+        } else {
+            ::close(fd);
+        }
+    }
+    release(node);
+}
+
+int Walk::openDirectory(const DirNode *node) const
+{
+    const DirNode *anchor = node->parent;
+    if (anchor->fd >= 0)
+        return ::openat(anchor->fd, node->name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+
+    // The descriptors of ancestors stay as they are while descendants live,
+    // so this chain can be read without a lock.
+    std::vector<const DirNode *> chain{node};
+    while (anchor->fd < 0) {
+        chain.push_back(anchor);
+        anchor = anchor->parent;
+    }
+    std::string relative;
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+        relative += (*it)->name;
+        relative += '/';
+    }
+    relative.pop_back();
+    return ::openat(anchor->fd, relative.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+Walk::Listing Walk::list(int fd, const DirNode *self, DirNode *childParent, std::vector<DirNode *> &found,
+                         std::vector<char> &buffer)
+{
+    Listing listing;
+    // Where links and subdirectories are looked up: this directory, except
+    // at the top when the cleaned path names another one.
+    const int lookupFd = childParent == self ? fd : childParent->fd;
+    for (;;) {
+        const ssize_t length = ::getdents64(fd, buffer.data(), buffer.size());
+        if (length <= 0)
+            break;
+        for (ssize_t offset = 0; offset < length;) {
+            const auto *entry = reinterpret_cast<const struct dirent64 *>(buffer.data() + offset);
+            offset += entry->d_reclen;
+            const char *name = entry->d_name;
+            if (isDotOrDotDot(name))
+                continue;
+            const std::size_t nameLength = std::strlen(name);
+            if (!m_names.isListed(name, nameLength))
+                continue;
+            ++listing.entries;
+            // The listing stats each entry through a path; past the limit that
+            // fails and QFileInfo reports the unknown owner. Only a link can
+            // then still count, through its cleaned path.
+            if (self->filePrefixLength + nameLength >= PathMax) {
+                struct stat link;
+                if (m_ownerUid == UnknownOwner && entry->d_type == DT_LNK && lookupFd >= 0
+                    && childParent->childPrefixLength + nameLength < PathMax
+                    && ::fstatat(lookupFd, name, &link, AT_SYMLINK_NOFOLLOW) == 0) {
+                    listing.bytes += link.st_size;
+                }
+                continue;
+            }
+            struct stat st;
+            if (::fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+                continue;
+
+            if (S_ISLNK(st.st_mode)) {
+                struct stat target;
+                const uint owner = ::fstatat(fd, name, &target, 0) == 0 ? uint(target.st_uid) : UnknownOwner;
+                if (owner != m_ownerUid || childParent->childPrefixLength + nameLength >= PathMax)
+                    continue;
+                if (lookupFd == fd)
+                    listing.bytes += st.st_size;
+                else if (lookupFd >= 0 && ::fstatat(lookupFd, name, &st, AT_SYMLINK_NOFOLLOW) == 0)
+                    listing.bytes += st.st_size;
+                continue;
+            }
+            if (st.st_uid != m_ownerUid)
+                continue;
+            if (!S_ISDIR(st.st_mode)) {
+                listing.bytes += st.st_size;
+                continue;
+            }
+
+            const std::string_view nameView(name, nameLength);
+            const ExclusionNode *exclusion = childParent->exclusion ? childParent->exclusion->child(nameView) : nullptr;
+            const std::size_t pathLength = childParent->childPrefixLength + nameLength;
+            if ((exclusion && exclusion->excluded) || pathLength >= PathMax)
+                continue;
+            if (lookupFd < 0)
+                continue; // the cleaned top path names nothing
+            auto *child = new DirNode;
+            child->parent = childParent;
+            child->depth = childParent->depth + 1;
+            child->childPrefixLength = pathLength + 1;
+            child->filePrefixLength = pathLength + 1;
+            child->exclusion = exclusion;
+            child->name.assign(nameView);
+            childParent->references.fetch_add(1, std::memory_order_relaxed);
+            found.push_back(child);
+        }
+    }
+    return listing;
+}
+
+// Drops one reference; a node without any closes its descriptor and lets go
+// of its parent, up the chain without recursion.
+void Walk::release(DirNode *node)
+{
+    while (node && node->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        DirNode *parent = node->parent;
+        if (node->fd >= 0) {
+            ::close(node->fd);
+            if (parent)
+                m_keptDescriptors.fetch_sub(1, std::memory_order_relaxed);
+        }
+        delete node;
+        node = parent;
+    }
+}
+
+} // namespace
+
+DirectoryWalker::DirectoryWalker(uint ownerUid, const QSet<QString> &excluded)
+    : m_ownerUid(ownerUid),
+      m_excluded(excluded),
+      m_maxThreads(qMax(1, QThread::idealThreadCount())),
+      m_entriesBeforeHelpers(DefaultEntriesBeforeHelpers)
+{
+}
+
+void DirectoryWalker::setMaxThreads(int threads)
+{
+    m_maxThreads = qMax(1, threads);
+}
+
+void DirectoryWalker::setEntriesBeforeHelpers(qint64 entries)
+{
+    m_entriesBeforeHelpers = entries;
+}
+
+qint64 DirectoryWalker::size(const QString &path) const
+{
+    Walk walk(m_ownerUid, m_maxThreads, m_entriesBeforeHelpers);
+    return walk.run(path, m_excluded);
+}

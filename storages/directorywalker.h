@@ -1,0 +1,41 @@
+#ifndef PLINTHD_DIRECTORYWALKER_H
+#define PLINTHD_DIRECTORYWALKER_H
+
+#include <QSet>
+#include <QString>
+
+// Adds up the apparent sizes of everything one owner has under a directory.
+//
+// The figures are those of a plain QDir/QFileInfo walk: an entry of another
+// owner is skipped (a directory of another owner is not entered), a symbolic
+// link counts its own length and is never followed (its owner is the owner of
+// what it points to, as QFileInfo reports it), and a directory whose absolute
+// path is in the exclusion set counts nothing. Paths the walk would build that
+// the kernel refuses as too long count nothing either, exactly as they do for
+// the path-based walk.
+//
+// It gets there without paths: directories are opened relative to their
+// parent's descriptor and listed with getdents64, every entry costs one
+// fstatat, and the work is shared by a few threads of the walk's own. The
+// caller's thread always takes part, so a walk never waits on a thread pool.
+class DirectoryWalker
+{
+public:
+    explicit DirectoryWalker(uint ownerUid, const QSet<QString> &excluded = QSet<QString>());
+
+    // Threads one walk may use, the calling thread included (at least 1).
+    void setMaxThreads(int threads);
+    // Entries listed before more threads join (a thread costs more than a
+    // small tree); negative: never. For tests and measurements.
+    void setEntriesBeforeHelpers(qint64 entries);
+
+    qint64 size(const QString &path) const;
+
+private:
+    uint m_ownerUid;
+    QSet<QString> m_excluded;
+    int m_maxThreads;
+    qint64 m_entriesBeforeHelpers;
+};
+
+#endif // PLINTHD_DIRECTORYWALKER_H

@@ -1,0 +1,13 @@
+#include "kernelquotasource.h"
+
+#include <sys/quota.h>
+
+std::optional<quint64> KernelQuotaSource::userBlockSoftLimit(const QByteArray &device, uint uid) const
+{
+    struct if_dqblk quota = {};
+    // Command word 0x80000700; only the soft block limit is of interest.
+    if (::quotactl(QCMD(Q_GETQUOTA, USRQUOTA), device.constData(), int(uid),
+                   reinterpret_cast<caddr_t>(&quota)) == -1)
+        return std::nullopt;
+    return quint64(quota.dqb_bsoftlimit);
+}

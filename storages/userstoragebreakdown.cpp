@@ -1,0 +1,84 @@
+#include "userstoragebreakdown.h"
+
+#include "deviceusers.h"
+#include "directorywalker.h"
+#include "figurekeys.h"
+#include "logging.h"
+#include "quotasource.h"
+#include "storagekeys.h"
+
+#include <QDir>
+#include <QStorageInfo>
+
+UserStorageBreakdown::UserStorageBreakdown(const QuotaSource &quotas) : m_quotas(quotas) { }
+
+qint64 UserStorageBreakdown::directorySize(const QString &path, const QSet<QString> &excluded, uint ownerUid)
+{
+    return DirectoryWalker(ownerUid, excluded).size(path);
+}
+
+qint64 UserStorageBreakdown::directorySize(const QString &path, uint ownerUid)
+{
+    return directorySize(path, QSet<QString>(), ownerUid);
+}
+
+QByteArray UserStorageBreakdown::homeDevice()
+{
+    return QStorageInfo(QStringLiteral("/home")).device();
+}
+
+void UserStorageBreakdown::fill(uint uid, QVariantMap &map) const
+{
+    const QString homeRoot = QStringLiteral("/home");
+    // An unknown uid gives "/home/" and folder paths with a doubled separator;
+    // they name nothing and count 0.
+    const QString home = homeRoot + QDir::separator() + DeviceUsers::userName(uid);
+
+    qint64 folderSum = 0;
+    QSet<QString> excluded;
+    for (const QString &folder : FigureKeys::userFolders()) {
+        const QString path = home + QLatin1Char('/') + folder;
+        const qint64 size = directorySize(path, uid);
+        map[FigureKeys::bytesUsedFor(folder)] = qulonglong(size);
+        folderSum += size;
+        excluded.insert(path);
+    }
+
+    const QStringList names = DeviceUsers::names();
+    const qint64 partitionUsed = map[StorageKeys::BytesUsed].toLongLong();
+    qint64 userUsed = partitionUsed;
+
+    if (names.size() == 1) {
+        // One user holds the whole partition: no walk of /home is needed.
+        map[FigureKeys::bytesUsedOther()] = qulonglong(partitionUsed - folderSum);
+        // Signed, unlike every other size: clients read it as D-Bus "x".
+        map[FigureKeys::bytesUsedOtherUsers()] = qlonglong(0);
+    } else {
+        const qint64 homeOther = directorySize(home, excluded, uid);
+        for (const QString &name : names)
+            excluded.insert(homeRoot + QDir::separator() + name);
+        const qint64 other = homeOther + directorySize(homeRoot, excluded, uid);
+        map[FigureKeys::bytesUsedOther()] = qulonglong(other);
+        // The owner sees the whole partition, everyone else only their own bytes.
+        if (uid == DeviceUsers::Owner)
+            map[FigureKeys::bytesUsedOtherUsers()] = qulonglong(partitionUsed - folderSum - other);
+        else
+            userUsed = folderSum + other;
+    }
+
+    qint64 available = map[StorageKeys::BytesAvailable].toLongLong();
+    qint64 total = userUsed + available;
+    const std::optional<quint64> softLimit = m_quotas.userBlockSoftLimit(homeDevice(), uid);
+    if (!softLimit) {
+        qCWarning(lcPlinthd).noquote() << "fillInternalUserStorageInfo" << "Failed to get quota for uid:" << uid;
+    } else if (*softLimit != 0) {
+        // The soft limit is the quota; the hard limit is never consulted.
+        const qint64 limit = qint64(*softLimit << 10);
+        total = qMax(userUsed, limit);
+        available = userUsed < limit ? limit - userUsed : 0;
+    }
+
+    map[StorageKeys::BytesAvailable] = qulonglong(available);
+    map[StorageKeys::BytesTotal] = qulonglong(total);
+    map[StorageKeys::BytesUsed] = qulonglong(userUsed);
+}

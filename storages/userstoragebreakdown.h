@@ -1,0 +1,34 @@
+#ifndef PLINTHD_USERSTORAGEBREAKDOWN_H
+#define PLINTHD_USERSTORAGEBREAKDOWN_H
+
+#include <QSet>
+#include <QString>
+#include <QVariantMap>
+
+class QuotaSource;
+
+// Splits the user partition for one user: the five folders of the user's
+// home, the user's other files under /home, and (for the device owner) what
+// the other users hold; then applies the user's quota. The map handed in
+// already holds the partition summary; its used, total and available figures
+// are replaced by the user's own.
+class UserStorageBreakdown
+{
+public:
+    explicit UserStorageBreakdown(const QuotaSource &quotas);
+
+    void fill(uint uid, QVariantMap &map) const;
+
+    // The walk used for every figure: what `ownerUid` owns under `path`,
+    // leaving out the directories in `excluded`.
+    static qint64 directorySize(const QString &path, const QSet<QString> &excluded, uint ownerUid);
+    static qint64 directorySize(const QString &path, uint ownerUid);
+
+    // The device of "/home", where the quotas are kept.
+    static QByteArray homeDevice();
+
+private:
+    const QuotaSource &m_quotas;
+};
+
+#endif // PLINTHD_USERSTORAGEBREAKDOWN_H

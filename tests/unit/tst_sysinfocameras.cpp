@@ -1,0 +1,196 @@
+#include "sysinfo.h"
+
+#include <accesspolicy.h>
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+// SysInfo's cameras on the test media service plugin, in this process. The
+// measurement counter lives as long as the process, so the test functions run
+// in their declaration order and each says what it leaves behind.
+class TestSysInfoCameras : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+
+    // Leave the counter where they found it: at 0.
+    void oneCameraFinishesEverySecondMeasurement();
+    void twoCamerasFinishOnceBothAreMeasured();
+    void counterOutlivesTheProvider();
+
+    void megapixels_data();
+    void megapixels();
+
+private:
+    void useCameras(const QByteArray &description);
+    void startManager();
+    void announcePolicyChange();
+
+    QDBusConnection m_manager{QString()};
+};
+
+void TestSysInfoCameras::initTestCase()
+{
+    // Only the test plugin (the folder above its "mediaservice" folder): Qt's own
+    // plugin folder may hold the system's camera backend, which would add the
+    // machine's cameras.
+    QCoreApplication::setLibraryPaths({QFileInfo(QStringLiteral(PLINTHD_TEST_CAMERA_PLUGIN_DIR)).path()});
+    QVERIFY(QDBusConnection::systemBus().isConnected());
+}
+
+void TestSysInfoCameras::cleanup()
+{
+    if (m_manager.isConnected())
+        QDBusConnection::disconnectFromBus(m_manager.name());
+    m_manager = QDBusConnection(QString());
+}
+
+void TestSysInfoCameras::useCameras(const QByteArray &description)
+{
+    qputenv("PLINTHD_TEST_CAMERAS", description);
+}
+
+void TestSysInfoCameras::startManager()
+{
+    m_manager = QDBusConnection::connectToBus(QDBusConnection::SystemBus, QStringLiteral("policy-manager"));
+    QVERIFY(m_manager.registerService(QLatin1String(Brisa::AccessPolicy::ServiceName)));
+}
+
+void TestSysInfoCameras::announcePolicyChange()
+{
+    QVERIFY(m_manager.send(QDBusMessage::createSignal(QLatin1String(Brisa::AccessPolicy::ObjectPath),
+                                                      QLatin1String(Brisa::AccessPolicy::InterfaceName),
+                                                      QLatin1String(Brisa::AccessPolicy::CameraAccessChangedSignal))));
+}
+
+// One camera at 0 megapixels is measured again on every policy change; the
+// counter is shared, so only every second measurement finishes.
+void TestSysInfoCameras::oneCameraFinishesEverySecondMeasurement()
+{
+    useCameras("back:640x480");
+    startManager();
+    SysInfo info(nullptr);
+    QSignalSpy enabled(&info, &SysInfo::cameraEnabledChanged);
+    QSignalSpy finished(&info, &SysInfo::cameraInitFinished);
+
+    QTRY_COMPARE(enabled.count(), 1);
+    QCOMPARE(enabled.first(), QVariantList{true});
+    QCOMPARE(info.getMainCameraResolution(), 0.0);
+    QTest::qWait(50);
+    QCOMPARE(finished.count(), 0);
+
+    // The change itself, and the second measurement.
+    announcePolicyChange();
+    QTRY_COMPARE(enabled.count(), 3);
+    QTRY_COMPARE(finished.count(), 1);
+
+    announcePolicyChange();
+    QTRY_COMPARE(enabled.count(), 5);
+    QTest::qWait(50);
+    QCOMPARE(finished.count(), 1);
+
+    announcePolicyChange();
+    QTRY_COMPARE(enabled.count(), 7);
+    QTRY_COMPARE(finished.count(), 2);
+    for (const QVariantList &arguments : qAsConst(enabled))
+        QCOMPARE(arguments, QVariantList{true});
+}
+
+void TestSysInfoCameras::twoCamerasFinishOnceBothAreMeasured()
+{
+    useCameras("back:4032x3024,front:640x480");
+    SysInfo info(nullptr);
+    QSignalSpy enabled(&info, &SysInfo::cameraEnabledChanged);
+    QSignalSpy finished(&info, &SysInfo::cameraInitFinished);
+
+    QTRY_COMPARE(enabled.count(), 2);
+    QTRY_COMPARE(finished.count(), 1);
+    QCOMPARE(info.getMainCameraResolution(), 12.0);
+    QCOMPARE(info.getFrontalCameraResolution(), 0.0);
+}
+
+void TestSysInfoCameras::counterOutlivesTheProvider()
+{
+    useCameras("back:4032x3024");
+    {
+        SysInfo first(nullptr);
+        QSignalSpy enabled(&first, &SysInfo::cameraEnabledChanged);
+        QSignalSpy finished(&first, &SysInfo::cameraInitFinished);
+        QTRY_COMPARE(enabled.count(), 1);
+        QTest::qWait(50);
+        QCOMPARE(finished.count(), 0);
+    }
+    SysInfo second(nullptr);
+    QSignalSpy finished(&second, &SysInfo::cameraInitFinished);
+    QTRY_COMPARE(finished.count(), 1);
+    QCOMPARE(second.getMainCameraResolution(), 12.0);
+}
+
+void TestSysInfoCameras::megapixels_data()
+{
+    QTest::addColumn<QByteArray>("cameras");
+    QTest::addColumn<double>("main");
+    QTest::addColumn<double>("frontal");
+
+    QTest::newRow("12 and 0") << QByteArray("back:4032x3024,front:640x480") << 12.0 << 0.0;
+    // Rounded to the nearest whole number, not cut.
+    QTest::newRow("rounded") << QByteArray("back:2999x1000,front:1499x1000") << 3.0 << 1.0;
+    QTest::newRow("largest size wins") << QByteArray("back:1920x1080+4032x3024+640x480,front:2592x1944+320x240")
+                                       << 12.0 << 5.0;
+    QTest::newRow("no sizes") << QByteArray("back:,front:1920x1080") << 0.0 << 2.0;
+    // 65536 x 32768 pixels do not fit the signed 32-bit product and lose.
+    QTest::newRow("product wraps") << QByteArray("back:65536x32768+1920x1080,front:46341x46341") << 2.0 << 0.0;
+}
+
+void TestSysInfoCameras::megapixels()
+{
+    QFETCH(QByteArray, cameras);
+    QFETCH(double, main);
+    QFETCH(double, frontal);
+    useCameras(cameras);
+    SysInfo info(nullptr);
+    QSignalSpy enabled(&info, &SysInfo::cameraEnabledChanged);
+
+    QTRY_COMPARE(enabled.count(), 2);
+    QCOMPARE(info.getMainCameraResolution(), main);
+    QCOMPARE(info.getFrontalCameraResolution(), frontal);
+}
+
+// SysInfo records what it measures in "/etc/plinth/specification.json". When
+// root runs the test, a mount namespace of its own with an empty folder over
+// /etc/plinth keeps the machine's file out of reach; anyone else could not
+// have written it anyway, which is checked.
+static bool isolateDeviceFile()
+{
+    const char *folder = "/etc/plinth";
+    if (::geteuid() != 0)
+        return !QFileInfo(QStringLiteral("/etc/plinth/specification.json")).isWritable();
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return false;
+    return !QFileInfo::exists(QLatin1String(folder)) || ::mount("plinthd-test", folder, "tmpfs", 0, nullptr) == 0;
+}
+
+int main(int argc, char *argv[])
+{
+    // Before any thread exists: a mount namespace is per process.
+    if (!isolateDeviceFile()) {
+        fprintf(stderr, "cannot keep this test away from /etc/plinth/specification.json\n");
+        return 1;
+    }
+    QCoreApplication app(argc, argv);
+    TestSysInfoCameras test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_sysinfocameras.moc"
