@@ -16,12 +16,7 @@ import sys
 
 import benchlib
 import features
-
-STORAGE_FIGURES = (
-    'directory walk (getSystemStorageInfo)',
-    'package sum "tarn-*"',
-    'getCpuModel latency during storage walks',
-)
+import storage
 
 
 def main():
@@ -29,10 +24,14 @@ def main():
     parser.add_argument('--build', default=os.path.join(benchlib.SOURCE_DIR, 'build', 'release'))
     parser.add_argument('--packages', type=int, default=2000, help='packages in the RPM database')
     parser.add_argument('--quick', action='store_true', help='fewer rounds and a shorter idle, for a try-out')
+    parser.add_argument('--walk-entries', type=int, default=200000, help='entries of the tree walked against du')
+    parser.add_argument('--tree-entries', type=int, default=1000000,
+                        help='entries of the tree the storage queries walk while getCpuModel is timed')
     features.add_arguments(parser)
     args = parser.parse_args()
     if args.quick:
         args.calls, args.rounds, args.starts, args.idle, args.packages = 500, 3, 3, 2.0, 200
+        args.walk_entries, args.tree_entries = 20000, 50000
 
     table = benchlib.Table()
     try:
@@ -40,8 +39,7 @@ def main():
             features.measure(session, table, args)
     except Exception as error:
         table.failed('bench set-up', error)
-    for figure in STORAGE_FIGURES:
-        table.unavailable(figure, 'the storage figures are not in this build yet')
+    storage.measure(os.path.abspath(args.build), table, args.walk_entries, args.packages, args.tree_entries)
 
     print()
     table.print()
