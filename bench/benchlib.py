@@ -10,9 +10,11 @@ a slow figure.
 """
 
 import os
+import shutil
 import statistics
 import subprocess
 import sys
+import tempfile
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -23,7 +25,9 @@ import dbus  # noqa: E402
 import dbus.mainloop.glib  # noqa: E402
 from gi.repository import GLib  # noqa: E402
 
+import dbusmock  # noqa: E402
 import plinthtest  # noqa: E402
+import rpmdb  # noqa: E402
 
 IN_FLIGHT = 64
 
@@ -131,21 +135,15 @@ def round_ratios(mine, reference):
 
 # --- processes ---------------------------------------------------------------
 
-def _status_fields(pid, names):
-    """Sums of the named fields of /proc/PID/task/*/status, or of /proc/PID/status."""
-    totals = dict.fromkeys(names, 0)
+def voluntary_switches(pid):
+    """Voluntary context switches of every thread of PID: each is one wake-up."""
+    total = 0
     for task in os.listdir('/proc/%d/task' % pid):
         with open('/proc/%d/task/%s/status' % (pid, task)) as f:
             for line in f:
-                key, _, value = line.partition(':')
-                if key in totals:
-                    totals[key] += int(value.split()[0])
-    return totals
-
-
-def voluntary_switches(pid):
-    """Voluntary context switches of every thread of PID: each is one wake-up."""
-    return _status_fields(pid, ('voluntary_ctxt_switches',))['voluntary_ctxt_switches']
+                if line.startswith('voluntary_ctxt_switches:'):
+                    total += int(line.split()[1])
+    return total
 
 
 def vm_rss_kib(pid):
@@ -273,9 +271,6 @@ class Table:
         print('  %s: %s vs %s, ratio %s' % (figure, _fmt(mine, unit), _fmt(reference, unit), ratio_text or '-'),
               flush=True)
 
-    def unavailable(self, figure, why):
-        self.rows.append((figure, 'not available', '', '', why))
-
     def failed(self, figure, error):
         self.rows.append((figure, 'FAILED', '', '', str(error).splitlines()[0] if str(error) else repr(error)))
         self.failures.append((figure, error))
@@ -308,18 +303,19 @@ class Session:
         self._processes = []
 
     def __enter__(self):
-        import shutil
-        import tempfile
-
-        import dbusmock
-        import rpmdb
-
         for program in (self.plinthd, self.echoservice):
             if not os.access(program, os.X_OK):
                 raise RuntimeError('%s is missing: build the release configuration first' % program)
         self.workdir = tempfile.mkdtemp(prefix='plinthbench.')
-        self._cleanup_workdir = lambda: shutil.rmtree(self.workdir, ignore_errors=True)
         self.system_bus = plinthtest.PrivateSystemBus(self.workdir)
+        try:
+            self._set_up()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def _set_up(self):
         self.address = self.system_bus.start()
         print('building an RPM database of %d packages...' % self.packages, flush=True)
         self.rpm = rpmdb.RpmDatabase(self.workdir)
@@ -334,17 +330,16 @@ class Session:
         manager.AddProperty('org.freedesktop.systemd1.Manager', 'Virtualization', '',
                             dbus_interface=dbusmock.MOCK_IFACE)
         self.bus = glib_connection(self.address)
-        return self
 
     def __exit__(self, *_):
         for process in reversed(self._processes):
             stop(process)
         self.system_bus.stop()
-        self._cleanup_workdir()
+        shutil.rmtree(self.workdir, ignore_errors=True)
 
-    def spawn(self, argv, env=None, quiet=True):
+    def spawn(self, argv, env=None):
         """A process stopped with the session (or earlier, by stop())."""
         process = subprocess.Popen(argv, env=env or self.env, stdin=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL if quiet else None)
+                                   stderr=subprocess.DEVNULL)
         self._processes.append(process)
         return process
