@@ -7,12 +7,6 @@ Drives come from umockdev and the SD card's partition is a real tmpfs mount in
 the daemon's mount namespace (storagebench.py), so the answers are known.
 """
 
-import os
-import subprocess
-import sys
-import textwrap
-import time
-
 import dbus
 
 import cleanexit
@@ -37,15 +31,7 @@ def sv(**entries):
     return dbus.Dictionary({dbus.String(k): variant(v) for k, v in entries.items()}, signature='sv')
 
 
-def vm_rss_kib(pid):
-    with open('/proc/%d/status' % pid) as f:
-        for line in f:
-            if line.startswith('VmRSS:'):
-                return int(line.split()[1])
-    raise AssertionError('no VmRSS for %d' % pid)
-
-
-class StorageLoadTestCase(cleanexit.CleanExit, storagebench.StorageTestCase):
+class StorageLoadTestCase(loadclients.LoadAssertions, cleanexit.CleanExit, storagebench.StorageTestCase):
 
     def setUp(self):
         super().setUp()
@@ -94,63 +80,26 @@ class StorageLoadTestCase(cleanexit.CleanExit, storagebench.StorageTestCase):
 
 class ManyStorageClientsTest(StorageLoadTestCase):
 
-    # As for the Features load: after a warm-up the heap must not grow by more
-    # than what 2,000 queries leaking a few hundred bytes each would take.
-    RSS_GROWTH_LIMIT_KIB = 1024
-
     def test_two_thousand_queries_from_sixteen_clients(self):
         daemon, where = self.start_with_sd_card()
-        calls = self.calls(where)
-        warm_up = self.load.run(500, calls)
-        self.assertEqual(warm_up.problems, [], warm_up)
-        self.load.close()
-        time.sleep(0.5)
-        idle = vm_rss_kib(daemon.process.pid)
-
         # The Features object keeps answering while the pool works.
         version = loadclients.Call(FEATURES_PATH, FEATURES_IFACE, 'getOsVersion',
                                    lambda v: None if isinstance(v, dbus.String) and v.startswith('Vireo ')
                                    else repr(v))
-        result = self.load.run(2000, calls + [version])
-        self.assertEqual(result.problems, [], result)
-        self.assertEqual(result.answered, 2000)
-        self.load.close()
-        time.sleep(0.5)
-        after = vm_rss_kib(daemon.process.pid)
-        print('VmRSS idle %d KiB, after 2,000 queries %d KiB (%.0f queries/s)'
-              % (idle, after, 2000 / result.seconds), file=sys.stderr)
-        # See test_load.py: the sanitizers' allocators keep freed memory.
-        if not os.environ.get('PLINTHD_SANITIZE'):
-            self.assertLess(after - idle, self.RSS_GROWTH_LIMIT_KIB,
-                            'VmRSS grew from %d to %d KiB' % (idle, after))
+        self.assertHeapSettles(daemon, self.calls(where) + [version], total=2000, warm_up=500)
         self.assertCleanExit(daemon)
-
-
-# Sends delayed-reply queries and leaves at once; the pool threads then reply
-# to a peer that is gone.
-HASTY_CLIENT = textwrap.dedent('''
-    import os, sys
-    import dbus
-    bus = dbus.bus.BusConnection(sys.argv[1])
-    for i in range(int(sys.argv[2])):
-        method = ('getExternalStorageInfo', 'getSystemStorageInfo', 'getInternalUserPartitionInfo')[i % 3]
-        bus.send_message(dbus.lowlevel.MethodCallMessage(
-            'org.norvu.plinth', '/org/norvu/plinth/Storages', 'org.norvu.plinth.Storages', method))
-    bus.flush()
-    os._exit(0)
-''')
 
 
 class HastyStorageClientsTest(StorageLoadTestCase):
 
     def test_clients_gone_before_their_delayed_replies(self):
         daemon, where = self.start_with_sd_card()
-        hasty = [subprocess.Popen([sys.executable, '-c', HASTY_CLIENT, self.system_bus.address, '150'])
-                 for _ in range(CLIENTS)]
-        for process in hasty:
-            self.assertEqual(process.wait(30), 0)
+        # Queries with delayed replies: the pool threads reply to peers that are gone.
+        delayed = [c for c in self.calls(where) if c.method in (
+            'getExternalStorageInfo', 'getSystemStorageInfo', 'getInternalUserPartitionInfo')]
+        loadclients.hasty_clients(self.system_bus.address, CLIENTS, 150, delayed)
         result = self.load.run(800, self.calls(where))
-        self.assertEqual(result.problems, [], result)
+        self.assertAllAnswered(result, 800)
         self.assertCleanExit(daemon)
 
 

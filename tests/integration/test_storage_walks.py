@@ -13,6 +13,7 @@ import ctypes
 import os
 import random
 import shutil
+import stat
 import threading
 
 import dbus
@@ -41,28 +42,28 @@ def reference_size(root):
     """What the walk counts for owner 0: apparent sizes of files and link
     lengths, of entries root owns, not descending into others' folders, and
     skipping names that a UTF-8 listing cannot decode."""
+    def counted(directory, name):
+        """The entry's lstat when the walk counts it, else None."""
+        try:
+            name.decode('utf-8')
+        except UnicodeDecodeError:
+            return None
+        status = os.lstat(os.path.join(directory, name))
+        return status if status.st_uid == 0 else None
+
     total = 0
     for directory, dirs, files in os.walk(os.fsencode(root)):
-        keep = []
+        entered = []
         for name in dirs:
-            try:
-                name.decode('utf-8')
-            except UnicodeDecodeError:
+            status = counted(directory, name)
+            if status is None:
                 continue
-            status = os.lstat(os.path.join(directory, name))
-            if status.st_uid == 0:
-                keep.append(name)
-                if os.path.islink(os.path.join(directory, name)):
-                    total += status.st_size
-        dirs[:] = [d for d in keep if not os.path.islink(os.path.join(directory, d))]
-        for name in files:
-            try:
-                name.decode('utf-8')
-            except UnicodeDecodeError:
-                continue
-            status = os.lstat(os.path.join(directory, name))
-            if status.st_uid == 0:
+            if stat.S_ISLNK(status.st_mode):
                 total += status.st_size
+            else:
+                entered.append(name)
+        dirs[:] = entered
+        total += sum(status.st_size for status in (counted(directory, name) for name in files) if status)
     return total
 
 
