@@ -26,6 +26,7 @@ import dbus.mainloop.glib  # noqa: E402
 from gi.repository import GLib  # noqa: E402
 
 import dbusmock  # noqa: E402
+from loadclients import vm_rss_kib  # noqa: E402,F401 -- shared with the load tests
 import plinthtest  # noqa: E402
 import rpmdb  # noqa: E402
 
@@ -144,14 +145,6 @@ def voluntary_switches(pid):
                 if line.startswith('voluntary_ctxt_switches:'):
                     total += int(line.split()[1])
     return total
-
-
-def vm_rss_kib(pid):
-    with open('/proc/%d/status' % pid) as f:
-        for line in f:
-            if line.startswith('VmRSS:'):
-                return int(line.split()[1])
-    return 0
 
 
 def pss_kib(pid):
