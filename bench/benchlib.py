@@ -26,7 +26,7 @@ import dbus.mainloop.glib  # noqa: E402
 from gi.repository import GLib  # noqa: E402
 
 import dbusmock  # noqa: E402
-from loadclients import vm_rss_kib  # noqa: E402,F401 -- shared with the load tests
+import loadclients  # noqa: E402
 import plinthtest  # noqa: E402
 import rpmdb  # noqa: E402
 
@@ -145,6 +145,9 @@ def voluntary_switches(pid):
                 if line.startswith('voluntary_ctxt_switches:'):
                     total += int(line.split()[1])
     return total
+
+
+vm_rss_kib = loadclients.vm_rss_kib
 
 
 def pss_kib(pid):
