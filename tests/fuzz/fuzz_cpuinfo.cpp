@@ -4,6 +4,8 @@
 
 #include "probeparsers.h"
 
+#include <algorithm>
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QStringList lines = ProbeParsers::splitLines(FuzzInput::bytes(data, size));
@@ -12,9 +14,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // Either no answer, or a non-empty part of one "Hardware" line.
     if (!model.isNull()) {
         PLINTH_FUZZ_CHECK(!model.isEmpty());
-        bool fromAHardwareLine = false;
-        for (const QString &line : lines)
-            fromAHardwareLine = fromAHardwareLine || (line.startsWith(QLatin1String("Hardware")) && line.contains(model));
+        const bool fromAHardwareLine = std::any_of(lines.cbegin(), lines.cend(), [&](const QString &line) {
+            return line.startsWith(QLatin1String("Hardware")) && line.contains(model);
+        });
         PLINTH_FUZZ_CHECK(fromAHardwareLine);
     }
     return 0;
