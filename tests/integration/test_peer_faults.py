@@ -12,7 +12,6 @@ never answers is Qt's default D-Bus time-out; that case has a test of its own
 (test_peer_timeout.py), as it takes that long.
 """
 
-
 import dbus
 
 import cleanexit
