@@ -1,227 +1,160 @@
 #!/usr/bin/python3
 """Speed, start-up, idle wake-ups and memory of the Features object.
 
-Run by hand, as root, after a release build (it is not part of CTest):
+Part of ./bench, which prints these rows with every other figure of the
+project; run alone (as root, after a release build) it prints only its own:
 
     /usr/bin/python3 bench/features.py [--build build/release] [--packages 2000]
-                                       [--calls 2000] [--rounds 21] [--starts 20] [--idle 10]
+                                       [--calls 1000] [--rounds 31] [--starts 10] [--idle 10]
 
-Everything runs on a private system bus of its own, with systemd mocked, and
-the daemon reads a real RPM database of --packages tiny packages (ready time is
-also shown with an empty one, and bench/packagelookup compares the
-certification probe with a walk over the whole database). Throughput is
-measured for getCpuModel and getRamFreeSize against bench/echoservice (a
-minimal Qt D-Bus service answering a constant string) on the same bus with the
-same client, one call at a time and with 64 calls in flight, and printed as a
-ratio to the echo service measured in the same run. Slow figures are reported,
-never failed.
+The reference is bench/echoservice, a minimal Qt D-Bus service answering a
+constant string, on the same private bus and driven by the same client. The
+daemon reads a real RPM database of --packages tiny packages, and
+bench/packagelookup compares the certification probe with a walk over that
+whole database. Slow figures are reported, never failed.
 """
 
 import argparse
 import os
-import shutil
+import re
 import statistics
 import subprocess
 import sys
-import tempfile
 import time
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, '..', 'tests', 'harness'))
+import benchlib
+import plinthtest
 
-import dbus  # noqa: E402
-import dbus.mainloop.glib  # noqa: E402
-import dbusmock  # noqa: E402
-from gi.repository import GLib  # noqa: E402
-
-import plinthtest  # noqa: E402
-import rpmdb  # noqa: E402
-
-ECHO = ('org.norvu.plinth.bench.Echo', '/org/norvu/plinth/bench/Echo', 'org.norvu.plinth.bench.Echo', 'echo')
-CPU_MODEL = (plinthtest.BUS_NAME, plinthtest.FEATURES_PATH, plinthtest.FEATURES_IFACE, 'getCpuModel')
-RAM_FREE = (plinthtest.BUS_NAME, plinthtest.FEATURES_PATH, plinthtest.FEATURES_IFACE, 'getRamFreeSize')
-IN_FLIGHT = 64
+CPU_MODEL = benchlib.features_call('getCpuModel')
+RAM_FREE = benchlib.features_call('getRamFreeSize')
+ALL_OBJECTS = [path for path, _ in plinthtest.OBJECTS]
+ECHO_OBJECTS = [benchlib.ECHO[1]]
 
 
-def sequential_rate(bus, target, calls):
-    name, path, iface, method = target
-    bus.call_blocking(name, path, iface, method, '', [])
-    start = time.perf_counter()
-    for _ in range(calls):
-        bus.call_blocking(name, path, iface, method, '', [])
-    return calls / (time.perf_counter() - start)
+def add_arguments(parser):
+    parser.add_argument('--calls', type=int, default=1000, help='calls in each round of a rate')
+    parser.add_argument('--rounds', type=int, default=31, help='alternating rounds of each rate')
+    parser.add_argument('--starts', type=int, default=10, help='starts of each program for the start times')
+    parser.add_argument('--idle', type=float, default=10.0, help='seconds of idling for the wake-ups')
 
 
-def in_flight_rate(bus, target, calls, depth=IN_FLIGHT):
-    """Keeps DEPTH calls outstanding until CALLS replies have come back."""
-    name, path, iface, method = target
-    loop = GLib.MainLoop()
-    state = {'sent': 0, 'done': 0, 'error': None}
-
-    def send():
-        state['sent'] += 1
-        bus.call_async(name, path, iface, method, '', [], reply_handler=replied, error_handler=failed)
-
-    def replied(*_):
-        state['done'] += 1
-        if state['sent'] < calls:
-            send()
-        elif state['done'] == calls:
-            loop.quit()
-
-    def failed(error):
-        state['error'] = error
-        loop.quit()
-
-    start = time.perf_counter()
-    for _ in range(min(depth, calls)):
-        send()
-    loop.run()
-    elapsed = time.perf_counter() - start
-    if state['error']:
-        raise state['error']
-    return calls / elapsed
+def measure_start(session, table, starts):
+    argv = {'plinthd': ([session.plinthd], session.env, plinthtest.BUS_NAME, ALL_OBJECTS),
+            'echo': ([session.echoservice], session.env, benchlib.ECHO_NAME, ECHO_OBJECTS),
+            'plinthd, no packages': ([session.plinthd], session.empty_env, plinthtest.BUS_NAME, ALL_OBJECTS)}
+    runs = benchlib.alternating_rounds(list(argv), starts,
+                                       lambda label: benchlib.start_times(session.bus, *argv[label]))
+    owned = {label: statistics.median(t[0] for t in times) * 1000 for label, times in runs.items()}
+    ready = {label: statistics.median(t[1] for t in times) * 1000 for label, times in runs.items()}
+    table.add('exec to bus name owned', owned['plinthd'], owned['echo'], 'ms', 'echo service')
+    table.add('exec to all objects answering', ready['plinthd'], ready['echo'], 'ms', 'echo service',
+              note='plinthd probes the device first')
+    table.add('exec to all objects answering, %d packages' % session.packages, ready['plinthd'],
+              ready['plinthd, no packages'], 'ms', 'plinthd with an empty package database')
 
 
-def quartiles(values):
-    cuts = statistics.quantiles(values, n=4) if len(values) > 1 else [values[0]] * 3
-    return cuts[0], cuts[2]
+def measure_package_lookup(session, table):
+    program = os.path.join(session.build, 'bench', 'packagelookup')
+    result = subprocess.run([program], env=session.env, stdout=subprocess.PIPE, universal_newlines=True)
+    found = re.search(r'name index ([\d.]+) ms, whole-database walk ([\d.]+) ms', result.stdout)
+    if result.returncode != 0 or not found:
+        raise RuntimeError('packagelookup failed: %s' % result.stdout.strip())
+    table.add('certification probe, %d packages' % session.packages, float(found.group(1)),
+              float(found.group(2)), 'ms', 'walk over the whole package database')
 
 
-def context_switches(pid):
-    """Voluntary and involuntary switches of every thread of PID."""
-    total = 0
-    for task in os.listdir('/proc/%d/task' % pid):
-        with open('/proc/%d/task/%s/status' % (pid, task)) as f:
-            for line in f:
-                if line.startswith(('voluntary_ctxt_switches', 'nonvoluntary_ctxt_switches')):
-                    total += int(line.split()[1])
-    return total
+# Replies to the start's own asynchronous calls (telephony, policy manager)
+# still come in during the first moments; the idle window starts after them.
+SETTLE_SECONDS = 2.0
 
 
-def pss_kib(pid):
-    with open('/proc/%d/smaps_rollup' % pid) as f:
-        for line in f:
-            if line.startswith('Pss:'):
-                return int(line.split()[1])
-    return 0
+def measure_idle(table, daemon, echo, seconds):
+    """Wake-ups and memory of two services that have started and answered once."""
+    time.sleep(SETTLE_SECONDS)
+    before = {p.pid: benchlib.voluntary_switches(p.pid) for p in (daemon, echo)}
+    time.sleep(seconds)
+    after = {p.pid: benchlib.voluntary_switches(p.pid) for p in (daemon, echo)}
+    switches = {p.pid: after[p.pid] - before[p.pid] for p in (daemon, echo)}
+    table.add('voluntary context switches, %.0f s idle' % seconds, switches[daemon.pid], switches[echo.pid], '',
+              'echo service', note='target 0: nothing polls; from %.0f s after the start' % SETTLE_SECONDS)
+    rss = benchlib.vm_rss_kib(daemon.pid)
+    table.add('idle memory, VmRSS', rss, benchlib.vm_rss_kib(echo.pid), 'KiB', 'echo service')
+    table.add('idle memory, PSS', benchlib.pss_kib(daemon.pid), benchlib.pss_kib(echo.pid), 'KiB', 'echo service')
+    return rss
 
 
-def wait_for_name(bus, name, process, timeout=30):
-    deadline = time.monotonic() + timeout
-    while not bus.name_has_owner(name):
-        if process.poll() is not None or time.monotonic() > deadline:
-            raise RuntimeError('%s did not appear' % name)
-        time.sleep(0.001)
+def measure_calls(session, table, daemon, calls, rounds, idle_rss):
+    bus = session.bus
+    targets = {'echo': benchlib.ECHO, 'getCpuModel': CPU_MODEL, 'getRamFreeSize': RAM_FREE}
+    labels = list(targets)
+
+    latencies = benchlib.alternating_rounds(
+        labels, rounds, lambda label: benchlib.sequential_latencies(bus, targets[label], calls))
+    rates = {label: [len(run) / sum(run) for run in runs] for label, runs in latencies.items()}
+    in_flight = benchlib.alternating_rounds(
+        labels, rounds, lambda label: benchlib.in_flight_rate(bus, targets[label], calls))
+
+    for label in labels[1:]:
+        ratio, spread = benchlib.round_ratios(rates[label], rates['echo'])
+        table.add('%s calls/s, sequential' % label, statistics.median(rates[label]),
+                  statistics.median(rates['echo']), '/s', 'echo service', ratio=ratio, spread=spread)
+        ratio, spread = benchlib.round_ratios(in_flight[label], in_flight['echo'])
+        table.add('%s calls/s, %d in flight' % (label, benchlib.IN_FLIGHT), statistics.median(in_flight[label]),
+                  statistics.median(in_flight['echo']), '/s', 'echo service', ratio=ratio, spread=spread)
+    pooled = {label: [t * 1000 for run in runs for t in run] for label, runs in latencies.items()}
+    for name, fraction in (('p50', 0.5), ('p99', 0.99)):
+        table.add('getCpuModel latency %s' % name, benchlib.percentile(pooled['getCpuModel'], fraction),
+                  benchlib.percentile(pooled['echo'], fraction), 'ms', 'echo service')
+    # Two methods of the daemon, each in both modes, every round.
+    total = 2 * 2 * rounds * calls
+    table.add('VmRSS after %d calls' % total, benchlib.vm_rss_kib(daemon.pid), idle_rss, 'KiB',
+              'plinthd idle, before the calls')
 
 
-def ready_time(plinthd, env, bus):
-    """Seconds from exec until all three objects answer Introspect."""
-    start = time.perf_counter()
-    process = subprocess.Popen([plinthd], env=env, stdin=subprocess.DEVNULL,
-                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+def measure(session, table, args):
+    """Every Features figure, into TABLE."""
+    sections = (
+        ('start times', lambda: measure_start(session, table, args.starts)),
+        ('certification probe', lambda: measure_package_lookup(session, table)),
+    )
+    for figure, run in sections:
+        try:
+            run()
+        except Exception as error:  # a failed run is reported in the table and ends ./bench with 1
+            table.failed(figure, error)
+
+    echo = daemon = None
     try:
-        pending = [path for path, _ in plinthtest.OBJECTS]
-        while pending:
-            if process.poll() is not None:
-                raise RuntimeError('plinthd exited with %d' % process.returncode)
-            try:
-                bus.call_blocking(plinthtest.BUS_NAME, pending[0], 'org.freedesktop.DBus.Introspectable',
-                                  'Introspect', '', [], timeout=5)
-                pending.pop(0)
-            except dbus.exceptions.DBusException:
-                time.sleep(0.0005)
-        return time.perf_counter() - start
+        echo = session.spawn([session.echoservice])
+        daemon = session.spawn([session.plinthd])
+        benchlib.wait_for_name(session.bus, benchlib.ECHO_NAME, echo)
+        benchlib.wait_for_name(session.bus, plinthtest.BUS_NAME, daemon)
+        benchlib.sequential_latencies(session.bus, benchlib.ECHO, 1)
+        benchlib.sequential_latencies(session.bus, CPU_MODEL, 1)
+        print('idle for %.0f s...' % args.idle, flush=True)
+        idle_rss = measure_idle(table, daemon, echo, args.idle)
+        print('calls: %d rounds of %d calls...' % (args.rounds, args.calls), flush=True)
+        measure_calls(session, table, daemon, args.calls, args.rounds, idle_rss)
+    except Exception as error:
+        table.failed('Features calls and idle figures', error)
     finally:
-        process.terminate()
-        process.wait()
+        for process in (daemon, echo):
+            if process:
+                benchlib.stop(process)
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split('\n\n')[0])
-    parser.add_argument('--build', default=os.path.join(HERE, '..', 'build', 'release'))
+    parser.add_argument('--build', default=os.path.join(benchlib.SOURCE_DIR, 'build', 'release'))
     parser.add_argument('--packages', type=int, default=2000)
-    parser.add_argument('--calls', type=int, default=2000)
-    parser.add_argument('--rounds', type=int, default=21)
-    parser.add_argument('--starts', type=int, default=20)
-    parser.add_argument('--idle', type=float, default=10.0)
+    add_arguments(parser)
     args = parser.parse_args()
-    plinthd = os.path.join(args.build, 'daemon', 'plinthd')
-    echoservice = os.path.join(args.build, 'bench', 'echoservice')
-
-    workdir = tempfile.mkdtemp(prefix='plinthbench.')
-    system_bus = plinthtest.PrivateSystemBus(workdir)
-    processes = []
-    try:
-        address = system_bus.start()
-        print('building an RPM database of %d packages...' % args.packages, flush=True)
-        db = rpmdb.RpmDatabase(workdir)
-        db.install({'bench-package-%05d' % i: 1 for i in range(args.packages)})
-        env = dict(os.environ, **db.env())
-
-        systemd, manager = dbusmock.DBusTestCase.spawn_server_template(
-            'systemd', {}, stdout=subprocess.DEVNULL, system_bus=True)
-        processes.append(systemd)
-        manager.AddProperty('org.freedesktop.systemd1.Manager', 'Virtualization', '',
-                            dbus_interface=dbusmock.MOCK_IFACE)
-
-        bus = dbus.bus.BusConnection(address, mainloop=dbus.mainloop.glib.DBusGMainLoop())
-
-        empty = rpmdb.RpmDatabase(workdir, name='empty-rpm')
-        empty_env = dict(os.environ, **empty.env())
-        big, small = [], []
-        for _ in range(args.starts):
-            big.append(ready_time(plinthd, env, bus))
-            small.append(ready_time(plinthd, empty_env, bus))
-        print('ready time (exec until the three objects answer), median of %d starts:' % args.starts)
-        print('  %5d packages: %.1f ms (min %.1f, max %.1f)'
-              % (args.packages, 1000 * statistics.median(big), 1000 * min(big), 1000 * max(big)))
-        print('      0 packages: %.1f ms (min %.1f, max %.1f); ratio %.2f'
-              % (1000 * statistics.median(small), 1000 * min(small), 1000 * max(small),
-                 statistics.median(big) / statistics.median(small)))
-        subprocess.run([os.path.join(args.build, 'bench', 'packagelookup')], env=env, check=False)
-
-        echo = subprocess.Popen([echoservice], env=env, stdin=subprocess.DEVNULL)
-        processes.append(echo)
-        daemon = subprocess.Popen([plinthd], env=env, stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        processes.append(daemon)
-        wait_for_name(bus, ECHO[0], echo)
-        wait_for_name(bus, plinthtest.BUS_NAME, daemon)
-
-        # Short measurements alternate between the services, in a rotating
-        # order, and each ratio is taken within its round: drifts of a shared
-        # machine (other load, frequency) then reach both sides of a ratio
-        # alike. Medians over the rounds are shown.
-        print('calls per second, %d rounds of %d calls each; median ratio to the echo service within a round:'
-              % (args.rounds, args.calls))
-        targets = (('echo', ECHO), ('getCpuModel', CPU_MODEL), ('getRamFreeSize', RAM_FREE))
-        for mode, measure in (('sequential', sequential_rate), ('%d in flight' % IN_FLIGHT, in_flight_rate)):
-            rates = {label: [] for label, _ in targets}
-            for round_index in range(args.rounds):
-                shift = round_index % len(targets)
-                for label, target in targets[shift:] + targets[:shift]:
-                    rates[label].append(measure(bus, target, args.calls))
-            for label, _ in targets[1:]:
-                ratios = [mine / echo for mine, echo in zip(rates[label], rates['echo'])]
-                print('  %-14s %-12s %8.0f /s   echo %8.0f /s   ratio %.2f (quartiles %.2f-%.2f)'
-                      % (label, mode, statistics.median(rates[label]), statistics.median(rates['echo']),
-                         statistics.median(ratios), *quartiles(ratios)))
-
-        print('idle for %.0f s...' % args.idle, flush=True)
-        before = {p.pid: context_switches(p.pid) for p in (daemon, echo)}
-        time.sleep(args.idle)
-        after = {p.pid: context_switches(p.pid) for p in (daemon, echo)}
-        print('idle wake-ups (context switches of all threads) over %.0f s: plinthd %d, echo service %d'
-              % (args.idle, after[daemon.pid] - before[daemon.pid], after[echo.pid] - before[echo.pid]))
-        print('proportional memory (PSS): plinthd %d KiB, echo service %d KiB'
-              % (pss_kib(daemon.pid), pss_kib(echo.pid)))
-    finally:
-        for process in reversed(processes):
-            process.terminate()
-            process.wait()
-        system_bus.stop()
-        shutil.rmtree(workdir, ignore_errors=True)
+    table = benchlib.Table()
+    with benchlib.Session(args.build, args.packages) as session:
+        measure(session, table, args)
+    table.print()
+    return 1 if table.failures else 0
 
 
 if __name__ == '__main__':
-    main()
+    sys.exit(main())

@@ -47,6 +47,11 @@ QString modelFromCompatible(const QByteArray &bytes)
     return QString();
 }
 
+QString cpuinfoHardware(const QStringList &cpuinfoLines)
+{
+    return firstCapture(QStringLiteral("^Hardware\\s+:\\s+(.+)"), cpuinfoLines);
+}
+
 uint lscpuCoreCount(const QStringList &lscpuLines)
 {
     return firstCapture(QStringLiteral("^CPU\\(s\\):\\s+(\\d+).*"), lscpuLines).toUInt(nullptr, 10);

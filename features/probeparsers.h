@@ -31,6 +31,10 @@ QVariantList coresClockSpeeds(const QStringList &lines);
 // when there is none.
 QString modelFromCompatible(const QByteArray &bytes);
 
+// The SoC's name from the "Hardware" line of /proc/cpuinfo (ARM kernels write
+// one); a null string when there is none.
+QString cpuinfoHardware(const QStringList &cpuinfoLines);
+
 // Facts picked out of lscpu's output and /proc/meminfo.
 uint lscpuCoreCount(const QStringList &lscpuLines);
 uint lscpuMaxClockMHz(const QStringList &lscpuLines);

@@ -126,8 +126,8 @@ void SysInfo::probeProcessor()
         return;
     // ARM kernels name the SoC in cpuinfo's Hardware line; where that is
     // missing the device tree's compatible list names it.
-    cpuModel = ProbeParsers::firstCapture(QStringLiteral("^Hardware\\s+:\\s+(.+)"),
-                                          runShellForLines(shell, QStringLiteral("cat /proc/cpuinfo | grep Hardware")));
+    cpuModel = ProbeParsers::cpuinfoHardware(
+        runShellForLines(shell, QStringLiteral("cat /proc/cpuinfo | grep Hardware")));
     if (!cpuModel.isEmpty())
         return;
     QFile compatible(CompatiblePath);

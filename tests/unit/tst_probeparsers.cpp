@@ -132,6 +132,18 @@ private slots:
         QVERIFY(text.endsWith(QStringLiteral("AAA")));
     }
 
+    void cpuinfoHardwareLine()
+    {
+        QCOMPARE(cpuinfoHardware({"processor\t: 0", "Hardware\t: Qualcomm Technologies SDM630"}),
+                 QStringLiteral("Qualcomm Technologies SDM630"));
+        QCOMPARE(cpuinfoHardware({"Hardware : a", "Hardware : b"}), QStringLiteral("a"));
+        // Anchored at the line start, and the value may not be empty.
+        QVERIFY(cpuinfoHardware({"  Hardware : a"}).isNull());
+        QVERIFY(cpuinfoHardware({"Hardware : "}).isNull());
+        QVERIFY(cpuinfoHardware({"Hardware:x"}).isNull());
+        QVERIFY(cpuinfoHardware(QStringList()).isNull());
+    }
+
     void lscpuCoreCountIsAnchored()
     {
         QCOMPARE(lscpuCoreCount(LscpuX86), 8u);

@@ -1,0 +1,137 @@
+#!/usr/bin/python3
+"""A bus peer that answers at once, late or never, for the fault tests.
+
+    peer = scriptedpeer.ScriptedPeer(self, 'org.brisaos.usermanager', '/', {
+        'org.brisaos.usermanager.currentUser': ('u', 100000),
+        'org.brisaos.usermanager.getUserLocale': ('s', 'fi_FI.utf8', scriptedpeer.NEVER),
+    })
+    peer.wait_for_call('org.brisaos.usermanager.getUserLocale')
+    peer.kill()                      # disappears with the call unanswered
+
+It runs as a process of its own (this file is its program) and owns NAME on
+the system bus of DBUS_SYSTEM_BUS_ADDRESS. Each method is "INTERFACE.MEMBER"
+(for a property read "org.freedesktop.DBus.Properties.Get:PROPERTY") with the
+reply's signature and value and, optionally, a delay in seconds or NEVER: a
+call held that way is never answered, while the peer keeps answering every
+other call, as a peer stuck on one request does. Unknown methods get an
+UnknownMethod error. Every call is reported on the peer's standard output
+before it is handled, so a test can wait until the daemon is inside a call.
+"""
+
+import json
+import os
+import queue
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+NEVER = 'never'
+
+
+class ScriptedPeer:
+    def __init__(self, test, name, path, methods):
+        """Starts the peer for TEST (a unittest.TestCase); stopped by its cleanups."""
+        script = {key: list(value) for key, value in methods.items()}
+        self.process = subprocess.Popen(
+            [sys.executable, os.path.abspath(__file__), name, path, json.dumps(script)],
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, universal_newlines=True)
+        test.addCleanup(self.kill)
+        self._lines = queue.Queue()
+        self.calls = []
+        threading.Thread(target=self._read, daemon=True).start()
+        if self._next(10) != 'READY':
+            raise RuntimeError('the scripted peer %s did not start' % name)
+
+    def _read(self):
+        for line in self.process.stdout:
+            self._lines.put(line.strip())
+        self._lines.put(None)
+
+    def _next(self, timeout):
+        try:
+            return self._lines.get(timeout=timeout)
+        except queue.Empty:
+            return None
+
+    def wait_for_call(self, method, timeout=10.0):
+        """Waits until the peer has been called METHOD (once more than seen so far)."""
+        deadline = time.monotonic() + timeout
+        while True:
+            line = self._next(max(0.0, deadline - time.monotonic()))
+            if line is None:
+                raise AssertionError('%s was not called within %.0f s' % (method, timeout))
+            if line.startswith('CALL '):
+                self.calls.append(line[5:])
+                if line[5:] == method:
+                    return
+
+    def kill(self):
+        """Gone at once, as a crashed peer is: the bus drops its name and calls."""
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGKILL)
+            self.process.wait()
+        if self.process.stdout:
+            self.process.stdout.close()
+            self.process.stdout = None
+
+
+def _typed(signature, value):
+    import dbus
+    if signature == 'u':
+        return dbus.UInt32(value)
+    if signature == 's':
+        return dbus.String(value)
+    if signature == 'b':
+        return dbus.Boolean(value)
+    if signature == 'v':
+        inner_signature, inner = value
+        typed = _typed(inner_signature, inner)
+        return type(typed)(typed, variant_level=1)
+    raise ValueError('unsupported signature %r' % signature)
+
+
+def _serve(name, path, script):
+    import dbus
+    import dbus.lowlevel
+    import dbus.mainloop.glib
+    from gi.repository import GLib
+
+    bus = dbus.bus.BusConnection(os.environ['DBUS_SYSTEM_BUS_ADDRESS'],
+                                 mainloop=dbus.mainloop.glib.DBusGMainLoop())
+    held = []
+
+    def reply(message, signature, value):
+        answer = dbus.lowlevel.MethodReturnMessage(message)
+        answer.append(_typed(signature, value), signature=signature)
+        bus.send_message(answer)
+        return False
+
+    def handle(connection, message):
+        if not isinstance(message, dbus.lowlevel.MethodCallMessage) or message.get_path() != path:
+            return dbus.lowlevel.HANDLER_RESULT_NOT_YET_HANDLED
+        key = '%s.%s' % (message.get_interface(), message.get_member())
+        if key == 'org.freedesktop.DBus.Properties.Get':
+            key += ':' + str(message.get_args_list()[1])
+        print('CALL ' + key, flush=True)
+        entry = script.get(key)
+        if entry is None:
+            connection.send_message(dbus.lowlevel.ErrorMessage(
+                message, 'org.freedesktop.DBus.Error.UnknownMethod', 'no such method: ' + key))
+        elif len(entry) > 2 and entry[2] == NEVER:
+            held.append(message)
+        elif len(entry) > 2 and entry[2]:
+            GLib.timeout_add(int(entry[2] * 1000), reply, message, entry[0], entry[1])
+        else:
+            reply(message, entry[0], entry[1])
+        return dbus.lowlevel.HANDLER_RESULT_HANDLED
+
+    bus.add_message_filter(handle)
+    bus.request_name(name, dbus.bus.NAME_FLAG_DO_NOT_QUEUE)
+    print('READY', flush=True)
+    GLib.MainLoop().run()
+
+
+if __name__ == '__main__':
+    _serve(sys.argv[1], sys.argv[2], json.loads(sys.argv[3]))
