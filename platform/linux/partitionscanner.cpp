@@ -214,9 +214,18 @@ QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, co
             continue;
         auto *data = new PartitionData;
         data->key = QStringLiteral("mount:") + path;
+        // A source that merely ends in the name of a listed block device (the
+        // mount table and udev disagree about it) must not pass for that
+        // device: the longer names cannot collide with a kernel name.
+        const auto taken = [&partitions](const QString &name) {
+            return name.isEmpty() || std::any_of(partitions.cbegin(), partitions.cend(),
+                                                 [&name](const Partition &p) { return p.deviceName() == name; });
+        };
         data->deviceName = QFileInfo(entry->source).fileName();
-        if (data->deviceName.isEmpty())
+        if (taken(data->deviceName))
             data->deviceName = entry->source;
+        if (taken(data->deviceName))
+            data->deviceName = data->key;
         data->filesystemType = entry->fsType;
         data->storageType = path == HomePath ? Partition::User
                 : homeHasOwnMount ? Partition::System : Partition::System | Partition::User;
