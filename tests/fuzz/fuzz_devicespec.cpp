@@ -20,6 +20,56 @@ QString specPath()
     return directory.filePath(QStringLiteral("specification.json"));
 }
 
+// Equality of JSON values that holds for keys with NUL characters too, which
+// Qt's parser accepts but its objects neither look up by key nor keep in one
+// order: parsing and inserting sort them differently. Objects are compared
+// entry by entry, each searched for by iterating.
+bool same(const QJsonValue &a, const QJsonValue &b);
+
+bool same(const QJsonObject &a, const QJsonObject &b)
+{
+    if (a.size() != b.size())
+        return false;
+    for (auto i = a.begin(); i != a.end(); ++i) {
+        bool found = false;
+        for (auto j = b.begin(); j != b.end() && !found; ++j)
+            found = i.key() == j.key() && same(i.value(), j.value());
+        if (!found)
+            return false;
+    }
+    return true;
+}
+
+bool same(const QJsonValue &a, const QJsonValue &b)
+{
+    if (a.type() != b.type())
+        return false;
+    if (a.isObject())
+        return same(a.toObject(), b.toObject());
+    if (a.isArray()) {
+        const QJsonArray x = a.toArray();
+        const QJsonArray y = b.toArray();
+        if (x.size() != y.size())
+            return false;
+        for (int i = 0; i < x.size(); ++i) {
+            if (!same(x.at(i), y.at(i)))
+                return false;
+        }
+        return true;
+    }
+    return a == b;
+}
+
+// OBJECT[key], found by iterating (see above); undefined when absent.
+QJsonValue entry(const QJsonObject &object, const QString &key)
+{
+    for (auto it = object.begin(); it != object.end(); ++it) {
+        if (it.key() == key)
+            return it.value();
+    }
+    return QJsonValue(QJsonValue::Undefined);
+}
+
 QByteArray readAll(const QString &path)
 {
     QFile file(path);
@@ -41,13 +91,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // entry's camera array changes, to hold only the new value.
     PLINTH_FUZZ_CHECK(updated.isEmpty() == document.isEmpty());
     if (!updated.isEmpty()) {
-        PLINTH_FUZZ_CHECK(updated.keys() == document.keys());
-        const QString first = document.begin().key();
-        const QJsonObject device = updated.value(first).toObject();
-        PLINTH_FUZZ_CHECK(device.value(QLatin1String("camera")).toObject().value(key).toArray()
-                          == QJsonArray{value});
-        for (auto it = document.begin() + 1; it != document.end(); ++it)
-            PLINTH_FUZZ_CHECK(updated.value(it.key()) == it.value());
+        PLINTH_FUZZ_CHECK(updated.size() == document.size());
+        const QJsonObject device = entry(updated, document.begin().key()).toObject();
+        PLINTH_FUZZ_CHECK(same(entry(entry(device, QStringLiteral("camera")).toObject(), key), QJsonArray{value}));
+        for (auto was = document.begin() + 1; was != document.end(); ++was)
+            PLINTH_FUZZ_CHECK(same(entry(updated, was.key()), was.value()));
     }
 
     const QString path = specPath();
@@ -60,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     PLINTH_FUZZ_CHECK(written == !document.isEmpty());
     const QByteArray after = readAll(path);
     if (written)
-        PLINTH_FUZZ_CHECK(QJsonDocument::fromJson(after).object() == updated);
+        PLINTH_FUZZ_CHECK(same(QJsonDocument::fromJson(after).object(), updated));
     else
         PLINTH_FUZZ_CHECK(after == content);
     return 0;
