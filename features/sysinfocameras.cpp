@@ -3,7 +3,7 @@
 
 #include "sysinfo.h"
 
-#include "devicespecfile.h"
+#include "devicedescriptionfile.h"
 #include "logging.h"
 
 #include <accesspolicy.h>
@@ -135,7 +135,7 @@ void SysInfo::measureCamera(QCamera *camera, QCamera::Status status, double *res
 
     QCameraImageCapture capture(camera);
     *resolution = megapixels(capture.supportedResolutions(QImageEncoderSettings()));
-    DeviceSpecFile().record(fileKey, *resolution);
+    DeviceDescriptionFile().record(fileKey, *resolution);
     emit cameraEnabledChanged(true);
     camera->unload();
 

@@ -3,7 +3,7 @@
 
 The install runs into a scratch DESTDIR from the build tree. The RPM spec's
 %files must name exactly what the install produces (rpmspec expands it), and
-the version must be the same in CMake, the Debian changelog and the spec.
+the version must be the same in CMake, the Debian changelog and the RPM spec file.
 """
 
 import fnmatch
@@ -95,7 +95,7 @@ class InstallTest(unittest.TestCase):
         usr = subprocess.run(['rpm', '--eval', '%{_prefix}'], stdout=subprocess.PIPE,
                              universal_newlines=True).stdout.strip()
 
-        # Compared below the prefix: the spec installs into /usr, this build
+        # Compared below the prefix: the RPM spec file installs into /usr, this build
         # into its own prefix. The unit goes where systemd looks on each side.
         def relative(path, prefix, unit_dir, sysconf_dir):
             if path.startswith(unit_dir + '/'):
@@ -110,9 +110,9 @@ class InstallTest(unittest.TestCase):
         patterns = [relative(f, usr, spec_unit_dir, spec_sysconf_dir) for f in files]
         installed = [relative(f, self.prefix, self.unit_dir(), self.sysconf_dir()) for f in self.installed]
         for pattern in patterns:
-            self.assertTrue(fnmatch.filter(installed, pattern), 'the spec lists %s, nothing installs it' % pattern)
+            self.assertTrue(fnmatch.filter(installed, pattern), 'the RPM spec file lists %s, nothing installs it' % pattern)
         for path in installed:
-            self.assertTrue(any(fnmatch.fnmatch(path, p) for p in patterns), '%s is not in the spec' % path)
+            self.assertTrue(any(fnmatch.fnmatch(path, p) for p in patterns), '%s is not in the RPM spec file' % path)
 
 
 class VersionTest(unittest.TestCase):

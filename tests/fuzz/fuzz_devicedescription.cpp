@@ -4,7 +4,7 @@
 // daemon does after a camera measurement.
 #include "fuzzinput.h"
 
-#include "devicespecfile.h"
+#include "devicedescriptionfile.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -86,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const double value = 12.0;
 
     const QJsonObject document = QJsonDocument::fromJson(content).object();
-    const QJsonObject updated = DeviceSpecFile::withCameraValue(document, key, value);
+    const QJsonObject updated = DeviceDescriptionFile::withCameraValue(document, key, value);
     // Nothing to record into: nothing to write. Otherwise exactly the first
     // entry's camera array changes, to hold only the new value.
     PLINTH_FUZZ_CHECK(updated.isEmpty() == document.isEmpty());
@@ -104,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         PLINTH_FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
         PLINTH_FUZZ_CHECK(file.write(content) == content.size());
     }
-    const bool written = DeviceSpecFile(path).record(key, value);
+    const bool written = DeviceDescriptionFile(path).record(key, value);
     PLINTH_FUZZ_CHECK(written == !document.isEmpty());
     const QByteArray after = readAll(path);
     if (written)

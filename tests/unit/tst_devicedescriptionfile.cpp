@@ -1,4 +1,4 @@
-#include "devicespecfile.h"
+#include "devicedescriptionfile.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -59,7 +59,7 @@ const uid_t NobodyId = 65534;
 
 } // namespace
 
-class TestDeviceSpecFile : public QObject
+class TestDeviceDescriptionFile : public QObject
 {
     Q_OBJECT
 
@@ -91,14 +91,14 @@ private:
     QString m_path;
 };
 
-void TestDeviceSpecFile::init()
+void TestDeviceDescriptionFile::init()
 {
     m_dir.reset(new QTemporaryDir);
     QVERIFY(m_dir->isValid());
     m_path = m_dir->filePath(QStringLiteral("specification.json"));
 }
 
-QString TestDeviceSpecFile::writeSpec(const QByteArray &content, mode_t mode)
+QString TestDeviceDescriptionFile::writeSpec(const QByteArray &content, mode_t mode)
 {
     QFile file(m_path);
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
@@ -108,7 +108,7 @@ QString TestDeviceSpecFile::writeSpec(const QByteArray &content, mode_t mode)
     return m_path;
 }
 
-QJsonObject TestDeviceSpecFile::readSpec() const
+QJsonObject TestDeviceDescriptionFile::readSpec() const
 {
     QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly))
@@ -116,21 +116,21 @@ QJsonObject TestDeviceSpecFile::readSpec() const
     return QJsonDocument::fromJson(file.readAll()).object();
 }
 
-void TestDeviceSpecFile::defaultPath()
+void TestDeviceDescriptionFile::defaultPath()
 {
-    QCOMPARE(DeviceSpecFile().path(), QStringLiteral("/etc/plinth/specification.json"));
-    QCOMPARE(DeviceSpecFile::defaultPath(), QStringLiteral("/etc/plinth/specification.json"));
+    QCOMPARE(DeviceDescriptionFile().path(), QStringLiteral("/etc/plinth/specification.json"));
+    QCOMPARE(DeviceDescriptionFile::defaultPath(), QStringLiteral("/etc/plinth/specification.json"));
 }
 
-void TestDeviceSpecFile::missingFileIsNotCreated()
+void TestDeviceDescriptionFile::missingFileIsNotCreated()
 {
-    QVERIFY(!DeviceSpecFile(m_path).record(QStringLiteral("backResolutions"), 12));
+    QVERIFY(!DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12));
     QVERIFY(!QFileInfo::exists(m_path));
     // Nothing else appears in the folder either, such as a temporary file.
     QCOMPARE(QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::Hidden), QStringList());
 }
 
-void TestDeviceSpecFile::contentWithoutKeysIsLeftUntouched_data()
+void TestDeviceDescriptionFile::contentWithoutKeysIsLeftUntouched_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::newRow("empty") << QByteArray();
@@ -142,21 +142,21 @@ void TestDeviceSpecFile::contentWithoutKeysIsLeftUntouched_data()
     QTest::newRow("binary") << QByteArray("\x00\xff\xfe{", 4);
 }
 
-void TestDeviceSpecFile::contentWithoutKeysIsLeftUntouched()
+void TestDeviceDescriptionFile::contentWithoutKeysIsLeftUntouched()
 {
     QFETCH(QByteArray, content);
     writeSpec(content);
     const FileState before = FileState::of(m_path);
 
-    QVERIFY(!DeviceSpecFile(m_path).record(QStringLiteral("frontResolutions"), 2));
+    QVERIFY(!DeviceDescriptionFile(m_path).record(QStringLiteral("frontResolutions"), 2));
     QVERIFY(FileState::of(m_path) == before);
 }
 
-void TestDeviceSpecFile::entryWithoutCameraGainsOne()
+void TestDeviceDescriptionFile::entryWithoutCameraGainsOne()
 {
     writeSpec(R"({"phone": {"name": "Vireo One", "ram": 4}})");
 
-    QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("frontResolutions"), 5));
+    QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("frontResolutions"), 5));
 
     const QJsonObject expected{{QStringLiteral("phone"),
                                 QJsonObject{{QStringLiteral("name"), QStringLiteral("Vireo One")},
@@ -166,12 +166,12 @@ void TestDeviceSpecFile::entryWithoutCameraGainsOne()
     QCOMPARE(readSpec(), expected);
 }
 
-void TestDeviceSpecFile::arrayIsReplacedNotExtended()
+void TestDeviceDescriptionFile::arrayIsReplacedNotExtended()
 {
     writeSpec(R"({"phone": {"camera": {"backResolutions": [8, 12, 48], "frontResolutions": [2],
                                        "flash": true}}})");
 
-    QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("backResolutions"), 12));
+    QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12));
 
     const QJsonObject camera = readSpec().value(QLatin1String("phone")).toObject().value(QLatin1String("camera")).toObject();
     QCOMPARE(camera.value(QLatin1String("backResolutions")).toArray(), QJsonArray{12});
@@ -180,7 +180,7 @@ void TestDeviceSpecFile::arrayIsReplacedNotExtended()
     QCOMPARE(camera.size(), 3);
 
     // A second measurement replaces the first again.
-    QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("backResolutions"), 0));
+    QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 0));
     QCOMPARE(readSpec().value(QLatin1String("phone")).toObject().value(QLatin1String("camera")).toObject()
                  .value(QLatin1String("backResolutions")).toArray(),
              QJsonArray{0});
@@ -188,11 +188,11 @@ void TestDeviceSpecFile::arrayIsReplacedNotExtended()
 
 // Qt keeps object keys sorted by UTF-16 code unit, so upper case sorts before
 // lower case and the order in the file does not matter.
-void TestDeviceSpecFile::firstKeyInQtOrderIsTheDevice()
+void TestDeviceDescriptionFile::firstKeyInQtOrderIsTheDevice()
 {
     writeSpec(R"({"zeta": {"camera": {}}, "alpha": {}, "Zulu": {"id": 1}, "beta": 3})");
 
-    QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("backResolutions"), 12));
+    QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12));
 
     const QJsonObject document = readSpec();
     QCOMPARE(document.value(QLatin1String("Zulu")).toObject(),
@@ -204,25 +204,25 @@ void TestDeviceSpecFile::firstKeyInQtOrderIsTheDevice()
     QCOMPARE(document.size(), 4);
 }
 
-void TestDeviceSpecFile::entriesThatAreNotObjectsAreReplaced()
+void TestDeviceDescriptionFile::entriesThatAreNotObjectsAreReplaced()
 {
     const QJsonObject onlyBack{{QStringLiteral("backResolutions"), QJsonArray{12}}};
 
     writeSpec(R"({"phone": 5})");
-    QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("backResolutions"), 12));
+    QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12));
     QCOMPARE(readSpec(), (QJsonObject{{QStringLiteral("phone"), QJsonObject{{QStringLiteral("camera"), onlyBack}}}}));
 
     writeSpec(R"({"phone": {"camera": [1, 2], "name": "x"}})");
-    QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("backResolutions"), 12));
+    QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12));
     QCOMPARE(readSpec(), (QJsonObject{{QStringLiteral("phone"), QJsonObject{{QStringLiteral("camera"), onlyBack},
                                                                           {QStringLiteral("name"), QStringLiteral("x")}}}}));
 }
 
-void TestDeviceSpecFile::writesIndentedDocument()
+void TestDeviceDescriptionFile::writesIndentedDocument()
 {
     writeSpec(R"({"phone":{"name":"x","camera":{"frontResolutions":[0]}}})");
 
-    QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("backResolutions"), 12));
+    QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12));
 
     QFile file(m_path);
     QVERIFY(file.open(QIODevice::ReadOnly));
@@ -241,12 +241,12 @@ void TestDeviceSpecFile::writesIndentedDocument()
                                         "}\n"));
 }
 
-void TestDeviceSpecFile::keepsMode()
+void TestDeviceDescriptionFile::keepsMode()
 {
     for (const mode_t mode : {mode_t(0600), mode_t(0640), mode_t(0604), mode_t(0664)}) {
         writeSpec(R"({"phone": {}})", mode);
         const ino_t inode = FileState::of(m_path).inode;
-        QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("backResolutions"), 12));
+        QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12));
         const FileState after = FileState::of(m_path);
         QCOMPARE(after.mode & 07777, mode);
         // Replaced, not rewritten in place: that is what makes it atomic.
@@ -254,14 +254,14 @@ void TestDeviceSpecFile::keepsMode()
     }
 }
 
-void TestDeviceSpecFile::keepsOwner()
+void TestDeviceDescriptionFile::keepsOwner()
 {
     if (::geteuid() != 0)
         QSKIP("giving a file to another user needs root");
     writeSpec(R"({"phone": {}})", 0640);
     QVERIFY(::chown(QFile::encodeName(m_path).constData(), NobodyId, NobodyId) == 0);
 
-    QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("backResolutions"), 12));
+    QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12));
 
     const FileState after = FileState::of(m_path);
     QCOMPARE(after.owner, NobodyId);
@@ -272,7 +272,7 @@ void TestDeviceSpecFile::keepsOwner()
 
 // Installations may point the path at a file elsewhere; the link stays a link
 // and its target gets the new content.
-void TestDeviceSpecFile::followsSymlink()
+void TestDeviceDescriptionFile::followsSymlink()
 {
     const QString target = m_dir->filePath(QStringLiteral("real.json"));
     QFile real(target);
@@ -281,7 +281,7 @@ void TestDeviceSpecFile::followsSymlink()
     real.close();
     QVERIFY(QFile::link(target, m_path));
 
-    QVERIFY(DeviceSpecFile(m_path).record(QStringLiteral("frontResolutions"), 0));
+    QVERIFY(DeviceDescriptionFile(m_path).record(QStringLiteral("frontResolutions"), 0));
 
     QVERIFY(QFileInfo(m_path).isSymLink());
     QVERIFY(!readSpec().value(QLatin1String("phone")).toObject().value(QLatin1String("camera")).toObject().isEmpty());
@@ -289,7 +289,7 @@ void TestDeviceSpecFile::followsSymlink()
 
 // Runs this test binary as a one-shot recorder (see main()), as the user
 // nobody when asked to and when this process may switch users.
-QProcess *TestDeviceSpecFile::runRecorder(const QStringList &arguments, bool asNobody)
+QProcess *TestDeviceDescriptionFile::runRecorder(const QStringList &arguments, bool asNobody)
 {
     auto *process = new QProcess(this);
     const QString self = QCoreApplication::applicationFilePath();
@@ -310,7 +310,7 @@ QProcess *TestDeviceSpecFile::runRecorder(const QStringList &arguments, bool asN
 // could replace the file all the same, so only asking whether the file itself
 // may be written keeps it untouched. Without root the test's own user is used;
 // as root (CI) the recorder runs as nobody, because root may write anything.
-void TestDeviceSpecFile::readOnlyFileIsLeftUntouchedSilently()
+void TestDeviceDescriptionFile::readOnlyFileIsLeftUntouchedSilently()
 {
     const bool asRoot = ::geteuid() == 0;
     writeSpec(R"({"phone": {"camera": {"backResolutions": [8]}}})", 0444);
@@ -330,7 +330,7 @@ void TestDeviceSpecFile::readOnlyFileIsLeftUntouchedSilently()
 
 // A writable file in a folder the daemon may not write to could only be
 // rewritten in place, which a crash could leave truncated; it is left alone.
-void TestDeviceSpecFile::notReplacedInPlaceWhenDirectoryIsReadOnly()
+void TestDeviceDescriptionFile::notReplacedInPlaceWhenDirectoryIsReadOnly()
 {
     const bool asRoot = ::geteuid() == 0;
     writeSpec(R"({"phone": {}})", 0644);
@@ -403,7 +403,7 @@ private:
 
 } // namespace
 
-void TestDeviceSpecFile::readerNeverSeesPartialDocument()
+void TestDeviceDescriptionFile::readerNeverSeesPartialDocument()
 {
     // A large entry beside the device makes every write long enough for a
     // reader to catch a file that is being rewritten in place.
@@ -412,7 +412,7 @@ void TestDeviceSpecFile::readerNeverSeesPartialDocument()
     writeSpec(QJsonDocument(document).toJson());
 
     PollingReader reader(m_path);
-    const DeviceSpecFile file(m_path);
+    const DeviceDescriptionFile file(m_path);
     int written = 0;
     for (int i = 0; i < 1000; ++i)
         written += file.record(i % 2 ? QStringLiteral("frontResolutions") : QStringLiteral("backResolutions"), i);
@@ -430,19 +430,19 @@ void TestDeviceSpecFile::readerNeverSeesPartialDocument()
     QCOMPARE(camera.value(QLatin1String("frontResolutions")).toArray(), QJsonArray{999});
 }
 
-// "tst_devicespecfile --record PATH KEY VALUE" records once and exits with 0
+// "tst_devicedescriptionfile --record PATH KEY VALUE" records once and exits with 0
 // when the file was rewritten, 1 otherwise: the tests run it as another user.
 int main(int argc, char *argv[])
 {
     if (argc == 5 && qstrcmp(argv[1], "--record") == 0) {
         QCoreApplication app(argc, argv);
-        const bool written = DeviceSpecFile(QString::fromLocal8Bit(argv[2]))
+        const bool written = DeviceDescriptionFile(QString::fromLocal8Bit(argv[2]))
                                  .record(QString::fromLocal8Bit(argv[3]), QByteArray(argv[4]).toDouble());
         return written ? 0 : 1;
     }
     QCoreApplication app(argc, argv);
-    TestDeviceSpecFile test;
+    TestDeviceDescriptionFile test;
     return QTest::qExec(&test, argc, argv);
 }
 
-#include "tst_devicespecfile.moc"
+#include "tst_devicedescriptionfile.moc"

@@ -1,11 +1,11 @@
 // What the atomic replacement of the device description file costs: the time
-// of DeviceSpecFile::record() against the same update written in place over
+// of DeviceDescriptionFile::record() against the same update written in place over
 // the old file (truncate and write, the unsafe way), measured in alternating
 // rounds in the same folder. Prints the ratio; never fails.
 //
-//   devicespecfile [FOLDER] [ROUNDS]   (default: a temporary folder, 20 rounds)
+//   devicedescriptionfile [FOLDER] [ROUNDS]   (default: a temporary folder, 20 rounds)
 
-#include "devicespecfile.h"
+#include "devicedescriptionfile.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -44,7 +44,7 @@ void recordInPlace(const QString &path, const QString &key, double value)
     QFile in(path);
     if (!in.open(QIODevice::ReadOnly))
         return;
-    const QJsonObject document = DeviceSpecFile::withCameraValue(QJsonDocument::fromJson(in.readAll()).object(),
+    const QJsonObject document = DeviceDescriptionFile::withCameraValue(QJsonDocument::fromJson(in.readAll()).object(),
                                                                  key, value);
     in.close();
     if (!document.isEmpty())
@@ -70,7 +70,7 @@ int main(int argc, char *argv[])
     writeFile(atomicPath, sampleDocument());
     writeFile(inPlacePath, sampleDocument());
 
-    const DeviceSpecFile atomic(atomicPath);
+    const DeviceDescriptionFile atomic(atomicPath);
     std::vector<double> atomicUs;
     std::vector<double> inPlaceUs;
     QElapsedTimer timer;

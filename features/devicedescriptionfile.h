@@ -1,5 +1,5 @@
-#ifndef PLINTHD_DEVICESPECFILE_H
-#define PLINTHD_DEVICESPECFILE_H
+#ifndef PLINTHD_DEVICEDESCRIPTIONFILE_H
+#define PLINTHD_DEVICEDESCRIPTIONFILE_H
 
 #include <QJsonObject>
 #include <QString>
@@ -7,10 +7,10 @@
 // The device description file, "/etc/plinth/specification.json". The daemon
 // only adds what it measures to a file that is already there and describes at
 // least one device; it never creates the file and never answers from it.
-class DeviceSpecFile
+class DeviceDescriptionFile
 {
 public:
-    explicit DeviceSpecFile(const QString &path = defaultPath());
+    explicit DeviceDescriptionFile(const QString &path = defaultPath());
 
     static QString defaultPath();
     QString path() const { return m_path; }
@@ -33,4 +33,4 @@ private:
     QString m_path;
 };
 
-#endif // PLINTHD_DEVICESPECFILE_H
+#endif // PLINTHD_DEVICEDESCRIPTIONFILE_H

@@ -1,4 +1,4 @@
-#include "devicespecfile.h"
+#include "devicedescriptionfile.h"
 
 #include "logging.h"
 
@@ -11,17 +11,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-DeviceSpecFile::DeviceSpecFile(const QString &path)
+DeviceDescriptionFile::DeviceDescriptionFile(const QString &path)
     : m_path(path)
 {
 }
 
-QString DeviceSpecFile::defaultPath()
+QString DeviceDescriptionFile::defaultPath()
 {
     return QStringLiteral("/etc/plinth/specification.json");
 }
 
-bool DeviceSpecFile::record(const QString &key, double value) const
+bool DeviceDescriptionFile::record(const QString &key, double value) const
 {
     const QJsonObject document = withCameraValue(read(), key, value);
     if (document.isEmpty())
@@ -29,7 +29,7 @@ bool DeviceSpecFile::record(const QString &key, double value) const
     return replace(QJsonDocument(document).toJson(QJsonDocument::Indented));
 }
 
-QJsonObject DeviceSpecFile::withCameraValue(const QJsonObject &document, const QString &key, double value)
+QJsonObject DeviceDescriptionFile::withCameraValue(const QJsonObject &document, const QString &key, double value)
 {
     if (document.isEmpty())
         return QJsonObject();
@@ -45,7 +45,7 @@ QJsonObject DeviceSpecFile::withCameraValue(const QJsonObject &document, const Q
 
 // Anything that is not a readable JSON object counts as no content at all, so a
 // damaged file is never overwritten with a guess.
-QJsonObject DeviceSpecFile::read() const
+QJsonObject DeviceDescriptionFile::read() const
 {
     QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly))
@@ -60,7 +60,7 @@ QJsonObject DeviceSpecFile::read() const
 // the old document or the new one, never a truncated mix. The temporary file
 // is given the old file's owner and mode first, so the rename changes nothing
 // but the content.
-bool DeviceSpecFile::replace(const QByteArray &content) const
+bool DeviceDescriptionFile::replace(const QByteArray &content) const
 {
     const QByteArray nativePath = QFile::encodeName(m_path);
     struct stat original;
