@@ -1,16 +1,13 @@
 #include "localeinfo.h"
 
-#include <QDBusConnection>
-#include <QDBusInterface>
+#include "usermanagerclient.h"
+
 #include <QDBusMessage>
 #include <QDir>
 #include <QLocale>
 
 namespace {
 
-const QString UserManagerService = QStringLiteral("org.brisaos.usermanager");
-const QString UserManagerPath = QStringLiteral("/");
-const QString UserManagerInterface = QStringLiteral("org.brisaos.usermanager");
 const QString LocaleDirectory = QStringLiteral("/usr/lib/locale");
 const QString FallbackLocale = QStringLiteral("C");
 
@@ -26,8 +23,7 @@ T firstArgument(const QDBusMessage &reply)
 
 LocaleInfo::LocaleInfo()
     : QObject(nullptr)
-    , userManager(new QDBusInterface(UserManagerService, UserManagerPath, UserManagerInterface,
-                                     QDBusConnection::systemBus(), this))
+    , userManager(new UserManagerClient(this))
 {
     // The names go in as listed, "." and ".." included: they can never equal a
     // framework locale name, so they cost nothing, and the directory names are
@@ -41,14 +37,14 @@ LocaleInfo::~LocaleInfo() = default;
 
 QString LocaleInfo::getLocale()
 {
-    const QDBusMessage uidReply = userManager->call(QStringLiteral("currentUser"));
+    const QDBusMessage uidReply = userManager->currentUser();
     const uint uid = firstArgument<uint>(uidReply);
     if (uidReply.type() == QDBusMessage::ErrorMessage) {
         qWarning("Unable to obtain current user UID");
         return FallbackLocale;
     }
 
-    const QDBusMessage localeReply = userManager->call(QStringLiteral("getUserLocale"), uid);
+    const QDBusMessage localeReply = userManager->userLocale(uid);
     QString locale = firstArgument<QString>(localeReply);
     if (localeReply.type() == QDBusMessage::ErrorMessage) {
         qWarning("Unable to obtain current user locale");

@@ -7,7 +7,7 @@
 
 #include <set>
 
-class QDBusInterface;
+class UserManagerClient;
 
 // The active user's locale, asked of the user manager on every call, and the
 // locales this system can serve: those the framework knows that also have a
@@ -26,7 +26,7 @@ public:
 private:
     // Read once: locale directories that appear later are seen after a restart.
     std::set<QString> installedLocales;
-    QDBusInterface *userManager = nullptr;
+    UserManagerClient *userManager = nullptr;
 
     Q_DISABLE_COPY(LocaleInfo)
 };

@@ -8,9 +8,8 @@
 #include "systemstoragecategories.h"
 #include "userquotareport.h"
 #include "userstoragebreakdown.h"
+#include "usermanagerclient.h"
 
-#include <QDBusConnection>
-#include <QDBusInterface>
 #include <QDBusReply>
 #include <QStorageInfo>
 
@@ -18,10 +17,6 @@
 
 
 namespace {
-
-const QString UserManagerService = QStringLiteral("org.brisaos.usermanager");
-const QString UserManagerPath = QStringLiteral("/");
-const QString UserManagerInterface = QStringLiteral("org.brisaos.usermanager");
 
 QVariantMap partitionMap(const Partition &partition)
 {
@@ -58,8 +53,9 @@ QString driveType(int connectionBus)
 StoragesInfo::StoragesInfo(QObject *parent)
     : QObject(parent), quotaSource(std::make_unique<KernelQuotaSource>())
 {
-    userManager = new QDBusInterface(UserManagerService, UserManagerPath, UserManagerInterface,
-                                     QDBusConnection::systemBus(), this);
+    // Asked from pool threads and from the main thread alike; the client
+    // knows which connection each may use.
+    userManager = new UserManagerClient(this);
     partitionManager = new PartitionManager(this);
     partitionManager->refresh();
     connect(partitionManager, &PartitionManager::partitionAdded, this, &StoragesInfo::partitionAdded);
@@ -306,7 +302,7 @@ void StoragesInfo::fillInternalUserStorageInfo(const uint &uid, QVariantMap &map
 
 bool StoragesInfo::getCurrentUid(uint &uid)
 {
-    const QDBusReply<uint> reply = userManager->call(QStringLiteral("currentUser"));
+    const QDBusReply<uint> reply = userManager->currentUser();
     if (!reply.isValid()) {
         qCWarning(lcPlinthd).noquote() << "getCurrentUid" << "Failed to get current user uid.";
         return false;

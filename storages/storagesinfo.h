@@ -14,8 +14,8 @@
 #include <memory>
 
 class PartitionManager;
-class QDBusInterface;
 class QuotaSource;
+class UserManagerClient;
 
 // The storage provider behind StoragesService. It owns the partition manager
 // and keeps a grouped picture of the external (removable) partitions: the
@@ -92,7 +92,7 @@ private:
     QVariantMap internalStorageInfo;
     QVariantMap externalStorageInfo;
     QMap<QString, QVariantMapList> partitionsByDrive;
-    QDBusInterface *userManager = nullptr;
+    UserManagerClient *userManager = nullptr;
     QMutex mutex;
     QMap<QString, QVariantMap> drives;
     QMutex pictureLock;

@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
+// UserManagerClient on a private system bus (run through with-private-bus):
+// many threads asking at once, with the user manager missing and present.
+//
+// The first case is the regression test of a crash: while every thread made
+// its blocking calls on the daemon's one shared connection, two error replies
+// that arrived at once had QtDBus free the same error text twice. Here that
+// happened within seconds; the AddressSanitizer build named it at once.
+#include "usermanagerclient.h"
+
+#include <QDBusAbstractAdaptor>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusContext>
+#include <QDBusError>
+#include <QDBusMessage>
+#include <QMutex>
+#include <QSet>
+#include <QThread>
+#include <QtTest>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+namespace {
+
+const QString UserManagerService = QStringLiteral("org.brisaos.usermanager");
+constexpr int OtherThreads = 4;
+// Enough error replies for two of them to meet in the old code nearly every
+// run: about two seconds in the release build.
+constexpr int ErrorCallsPerThread = 10000;
+constexpr int AnsweredCallsPerThread = 200;
+constexpr uint OwnerUid = 100000;
+
+// The user manager, on a connection and a thread of its own (the threads that
+// ask block on their calls, the main thread among them). It notes on which
+// connection each call came.
+class FakeUserManager : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.brisaos.usermanager")
+
+public:
+    QSet<QString> senders() const
+    {
+        QMutexLocker locker(&m_lock);
+        return m_senders;
+    }
+
+public slots:
+    uint currentUser()
+    {
+        note();
+        return OwnerUid;
+    }
+
+    QString getUserLocale(uint uid)
+    {
+        note();
+        return uid == OwnerUid ? QStringLiteral("en_US.utf8") : QString();
+    }
+
+private:
+    void note()
+    {
+        QMutexLocker locker(&m_lock);
+        m_senders.insert(message().service());
+    }
+
+    mutable QMutex m_lock;
+    QSet<QString> m_senders;
+};
+
+// Runs `body` on `count` plain threads (visible to ThreadSanitizer, unlike the
+// pool's hand-overs) while the main thread runs `mainBody` until they are done.
+template<typename Body, typename MainBody>
+void runAtOnce(int count, Body body, MainBody mainBody)
+{
+    std::atomic<int> running{count};
+    std::vector<std::unique_ptr<QThread>> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back(QThread::create([&] {
+            body();
+            --running;
+        }));
+        threads.back()->start();
+    }
+    while (running > 0)
+        mainBody();
+    for (auto &thread : threads)
+        thread->wait();
+}
+
+} // namespace
+
+class TestUserManagerClient : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(QDBusConnection::systemBus().isConnected(), "needs a system bus");
+    }
+
+    void errorRepliesToManyThreadsAtOnce()
+    {
+        QVERIFY(!QDBusConnection::systemBus().interface()->isServiceRegistered(UserManagerService).value());
+        UserManagerClient client;
+        std::atomic<int> wrong{0};
+        auto ask = [&] {
+            const QDBusMessage reply = client.currentUser();
+            if (reply.type() != QDBusMessage::ErrorMessage
+                || reply.errorName() != QDBusError::errorString(QDBusError::ServiceUnknown))
+                ++wrong;
+        };
+        int mainCalls = 0;
+        runAtOnce(OtherThreads, [&] {
+            for (int i = 0; i < ErrorCallsPerThread; ++i)
+                ask();
+        }, [&] {
+            ask();
+            ++mainCalls;
+        });
+        QCOMPARE(wrong.load(), 0);
+        QVERIFY(mainCalls > 0);
+    }
+
+    void answersToManyThreadsAtOnce()
+    {
+        QThread peerThread;
+        QDBusConnection peerBus = QDBusConnection::connectToBus(QDBusConnection::SystemBus,
+                                                                QStringLiteral("user-manager"));
+        auto *manager = new FakeUserManager;
+        manager->moveToThread(&peerThread);
+        connect(&peerThread, &QThread::finished, manager, &QObject::deleteLater);
+        peerThread.start();
+        QVERIFY(peerBus.registerObject(QStringLiteral("/"), manager, QDBusConnection::ExportAllSlots));
+        QVERIFY(peerBus.registerService(UserManagerService));
+
+        UserManagerClient client;
+        std::atomic<int> wrong{0};
+        auto ask = [&] {
+            const QDBusMessage uid = client.currentUser();
+            const QDBusMessage locale = client.userLocale(uid.arguments().value(0).toUInt());
+            if (uid.type() != QDBusMessage::ReplyMessage || uid.arguments().value(0).toUInt() != OwnerUid
+                || locale.arguments().value(0).toString() != QStringLiteral("en_US.utf8"))
+                ++wrong;
+        };
+        runAtOnce(OtherThreads, [&] {
+            for (int i = 0; i < AnsweredCallsPerThread; ++i)
+                ask();
+        }, ask);
+        QCOMPARE(wrong.load(), 0);
+
+        // The main thread asked on the shared connection; the other threads on
+        // one connection of the client's own, never the shared one.
+        const QSet<QString> senders = manager->senders();
+        QCOMPARE(senders.size(), 2);
+        QVERIFY(senders.contains(QDBusConnection::systemBus().baseService()));
+
+        peerBus.unregisterService(UserManagerService);
+        peerBus.unregisterObject(QStringLiteral("/"));
+        QDBusConnection::disconnectFromBus(QStringLiteral("user-manager"));
+        peerThread.quit();
+        peerThread.wait();
+    }
+};
+
+QTEST_GUILESS_MAIN(TestUserManagerClient)
+#include "tst_usermanagerclient.moc"
