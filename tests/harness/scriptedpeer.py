@@ -16,6 +16,11 @@ call held that way is never answered, while the peer keeps answering every
 other call, as a peer stuck on one request does. Unknown methods get an
 UnknownMethod error. Every call is reported on the peer's standard output
 before it is handled, so a test can wait until the daemon is inside a call.
+
+A running peer can be told to fail (peer.fail(): every call gets a Failed
+error), to answer again (peer.answer()), or be stopped for a while as a peer
+that hangs does (peer.pause() and peer.resume(): the bus queues the calls
+meanwhile, and the peer answers them when it goes on).
 """
 
 import json
@@ -28,6 +33,8 @@ import threading
 import time
 
 NEVER = 'never'
+FAIL = 'FAIL'
+ANSWER = 'ANSWER'
 
 
 class ScriptedPeer:
@@ -36,7 +43,7 @@ class ScriptedPeer:
         script = {key: list(value) for key, value in methods.items()}
         self.process = subprocess.Popen(
             [sys.executable, os.path.abspath(__file__), name, path, json.dumps(script)],
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, universal_newlines=True)
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, universal_newlines=True)
         test.addCleanup(self.kill)
         self._lines = queue.Queue()
         self.calls = []
@@ -67,11 +74,32 @@ class ScriptedPeer:
                 if line[5:] == method:
                     return
 
+    def _command(self, word):
+        self.process.stdin.write(word + '\n')
+        self.process.stdin.flush()
+
+    def fail(self):
+        """From now on every call gets an org.freedesktop.DBus.Error.Failed."""
+        self._command(FAIL)
+
+    def answer(self):
+        """From now on calls are answered as scripted again."""
+        self._command(ANSWER)
+
+    def pause(self):
+        self.process.send_signal(signal.SIGSTOP)
+
+    def resume(self):
+        self.process.send_signal(signal.SIGCONT)
+
     def kill(self):
         """Gone at once, as a crashed peer is: the bus drops its name and calls."""
         if self.process.poll() is None:
             self.process.send_signal(signal.SIGKILL)
             self.process.wait()
+        if self.process.stdin:
+            self.process.stdin.close()
+            self.process.stdin = None
         if self.process.stdout:
             self.process.stdout.close()
             self.process.stdout = None
@@ -101,6 +129,19 @@ def _serve(name, path, script):
     bus = dbus.bus.BusConnection(os.environ['DBUS_SYSTEM_BUS_ADDRESS'],
                                  mainloop=dbus.mainloop.glib.DBusGMainLoop())
     held = []
+    failing = []
+
+    def command(source, condition):
+        line = sys.stdin.readline()
+        if not line:
+            return False
+        if line.strip() == FAIL:
+            failing[:] = [True]
+        elif line.strip() == ANSWER:
+            failing[:] = []
+        return True
+
+    GLib.io_add_watch(sys.stdin, GLib.PRIORITY_DEFAULT, GLib.IO_IN | GLib.IO_HUP, command)
 
     def reply(message, signature, value):
         answer = dbus.lowlevel.MethodReturnMessage(message)
@@ -116,7 +157,10 @@ def _serve(name, path, script):
             key += ':' + str(message.get_args_list()[1])
         print('CALL ' + key, flush=True)
         entry = script.get(key)
-        if entry is None:
+        if failing:
+            connection.send_message(dbus.lowlevel.ErrorMessage(
+                message, 'org.freedesktop.DBus.Error.Failed', 'told to fail'))
+        elif entry is None:
             connection.send_message(dbus.lowlevel.ErrorMessage(
                 message, 'org.freedesktop.DBus.Error.UnknownMethod', 'no such method: ' + key))
         elif len(entry) > 2 and entry[2] == NEVER:

@@ -119,10 +119,25 @@ class StorageTestCase(plinthtest.DaemonTestCase):
         paths = device_paths(name)
         for path in reversed(block_devices(name)):
             self.testbed.uevent(path, 'remove')
-        self.testbed.remove_device(paths[0])
+        # Children first: each removal takes the device's own class link
+        # along, and a link left behind would stop the drive from coming back.
+        for path in reversed(paths):
+            self.testbed.remove_device(path)
+        self._drop_dangling_links()
         # The last event after the removal makes sure the daemon rescans a
         # sysfs without the drive.
         self.testbed.uevent(self.anchor_device, 'change')
+
+    def _drop_dangling_links(self):
+        """The testbed leaves the /sys/dev/block/MAJOR:MINOR links of removed
+        devices behind; the kernel would not, and they stop a device of the
+        same number from being added again."""
+        sys_dir = os.path.join(self.testbed.get_root_dir(), 'sys')
+        for folder, _, files in os.walk(sys_dir):
+            for name in files:
+                path = os.path.join(folder, name)
+                if os.path.islink(path) and not os.path.exists(path):
+                    os.unlink(path)
 
     def start_storage_daemon(self, devices=('emmc',), **kwargs):
         for name in devices:
