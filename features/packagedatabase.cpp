@@ -1,5 +1,7 @@
 #include "packagedatabase.h"
 
+#include "rpmlibrary.h"
+
 #include <rpm/header.h>
 #include <rpm/rpmdb.h>
 #include <rpm/rpmlib.h>
@@ -33,7 +35,7 @@ using TagData = std::unique_ptr<std::remove_pointer_t<rpmtd>, TagDataFree>;
 
 bool hasPackageNamed(const QByteArray &name)
 {
-    rpmReadConfigFiles(nullptr, nullptr);
+    const RpmLibrary::Use library;
     const TransactionSet ts(rpmtsCreate());
     if (!ts)
         return false;
