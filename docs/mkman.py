@@ -65,8 +65,8 @@ def table(rows):
     columns = len(header)
     widths = [max(len(row[c]) for row in [header] + body) for c in range(columns)]
     wide = [w > NARROW for w in widths]
-    spec = ' '.join('lx' if w else 'l' for w in wide)
-    out = ['.TS', 'allbox tab(\t);', ' '.join(['lb'] * columns), spec + '.']
+    layout = ' '.join('lx' if w else 'l' for w in wide)
+    out = ['.TS', 'allbox tab(\t);', ' '.join(['lb'] * columns), layout + '.']
 
     def cell(text, column):
         rendered = inline(text)

@@ -20,7 +20,7 @@ STORAGE_TIMEOUT_MS = 5 * 60 * 1000
 
 
 def proxy(bus, name):
-    return Gio.DBusProxy.new_sync(bus, Gio.DBusProxyFlags.DO_NOT_AUTO_START_AT_CONSTRUCTION, None, SERVICE,
+    return Gio.DBusProxy.new_sync(bus, Gio.DBusProxyFlags.NONE, None, SERVICE,
                                   '/org/norvu/plinth/' + name, 'org.norvu.plinth.' + name, None)
 
 
