@@ -5,7 +5,9 @@
 Every member of every published interface is in its page's member table, in
 the description's order, with its D-Bus signature, the Qt type a client gets
 and its deprecation, and has a section of its own; every member that sends a
-map has a key table; the manual page made from the pages at build time is the
+map has a key table; every member of the interfaces the daemon listens to
+(the rest of dbus/) is named in the pages; the manual page made from the
+pages at build time is the
 one the pages make now, and renders. Which keys the daemon really sends, and
 with which types, is test_reference_keys.py.
 """
@@ -26,6 +28,8 @@ import mkman  # noqa: E402
 import reference  # noqa: E402
 
 INTERFACES = ('Features', 'SIM', 'Storages')
+# Descriptions in dbus/ of interfaces the daemon listens to, not serves.
+CONSUMED = ('org.norvu.PolicyManager.xml',)
 QT_ANNOTATION = 'org.qtproject.QtDBus.QtTypeName.Out0'
 DEPRECATED = 'org.freedesktop.DBus.Deprecated'
 # What QtDBus makes of the basic types the interfaces use.
@@ -69,6 +73,19 @@ class MembersTest(unittest.TestCase):
                     self.assertEqual(row['signature'], signature, member)
                     self.assertEqual(row['qt'], qt, member)
                     self.assertEqual(row['deprecated'], deprecated, member)
+
+    def test_every_description_is_covered(self):
+        published = {'org.norvu.plinth.%s.xml' % name for name in INTERFACES}
+        self.assertEqual(set(os.listdir(os.path.join(SOURCE_DIR, 'dbus'))) - {'CMakeLists.txt'},
+                         published | set(CONSUMED))
+        # What the daemon listens to is named where it matters to a client.
+        text = ''.join('\n'.join(page.lines) for page in self.pages)
+        for name in CONSUMED:
+            root = ElementTree.parse(os.path.join(SOURCE_DIR, 'dbus', name)).getroot()
+            for interface in root.findall('interface'):
+                self.assertIn('`%s`' % interface.get('name'), text)
+                for member in interface:
+                    self.assertIn('`%s`' % member.get('name'), text, name)
 
     def test_how_each_member_answers(self):
         for interface, rows in self.members.items():
