@@ -7,9 +7,8 @@ the description's order, with its D-Bus signature, the Qt type a client gets
 and its deprecation, and has a section of its own; every member that sends a
 map has a key table; every member of the interfaces the daemon listens to
 (the rest of dbus/) is named in the pages; the manual page made from the
-pages at build time is the
-one the pages make now, and renders. Which keys the daemon really sends, and
-with which types, is test_reference_keys.py.
+pages at build time is the one the pages make now, and renders. Which keys
+the daemon really sends, and with which types, is test_reference_keys.py.
 """
 
 import os
