@@ -61,8 +61,16 @@ class InstallTest(unittest.TestCase):
             p + '/share/dbus-1/interfaces/org.norvu.plinth.Storages.xml',
             p + '/share/man/man8/plinthd.8',
             p + '/share/man/man1/plinthctl.1',
+            p + '/share/man/man7/plinthd-interfaces.7',
             self.sysconf_dir() + '/dconf/profile/plinthd',
-        ])
+        ] + [p + '/share/doc/plinthd/' + name for name in (
+            'README.md', 'features.md', 'sim.md', 'storages.md',
+            'examples/README.md',
+            'examples/cpp/CMakeLists.txt', 'examples/cpp/features.cpp', 'examples/cpp/storage.cpp',
+            'examples/cpp/drives.cpp',
+            'examples/python/plinth-info.py',
+            'examples/shell/plinth-query.sh',
+        )])
 
     def sysconf_dir(self):
         # GNUInstallDirs puts configuration under /etc for the /usr prefix and
@@ -87,6 +95,14 @@ class InstallTest(unittest.TestCase):
             with open(os.path.join(SOURCE_DIR, 'dbus', xml)) as a, \
                     open(self.destdir + self.prefix + '/share/dbus-1/interfaces/' + xml) as b:
                 self.assertEqual(a.read(), b.read())
+
+    def test_reference_is_the_one_of_the_tree(self):
+        for name in ('README.md', 'features.md', 'sim.md', 'storages.md'):
+            with open(os.path.join(SOURCE_DIR, 'docs', name)) as a, \
+                    open(self.destdir + self.prefix + '/share/doc/plinthd/' + name) as b:
+                self.assertEqual(a.read(), b.read())
+        with open(self.destdir + self.prefix + '/share/man/man7/plinthd-interfaces.7') as f:
+            self.assertIn('.TH PLINTHD\\-INTERFACES 7', f.read())
 
     def test_rpm_spec_lists_exactly_what_is_installed(self):
         parsed = subprocess.run(['rpmspec', '-P', SPEC], stdout=subprocess.PIPE, stderr=subprocess.PIPE,

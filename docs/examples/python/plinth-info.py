@@ -1,0 +1,78 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
+"""plinthd from Python with GLib's Gio (Debian: python3-gi).
+
+    plinth-info.py
+
+Asks a few Features questions and the SIM cards synchronously (they are
+answered in the call), reads a property, then asks the system storage
+categories asynchronously with a time-out of five minutes: that answer comes
+later, from a worker of the daemon, and takes minutes on a full device.
+Prints every key of the storage map with its D-Bus type.
+"""
+
+import sys
+
+from gi.repository import Gio, GLib
+
+SERVICE = 'org.norvu.plinth'
+STORAGE_TIMEOUT_MS = 5 * 60 * 1000
+
+
+def proxy(bus, name):
+    return Gio.DBusProxy.new_sync(bus, Gio.DBusProxyFlags.NONE, None, SERVICE,
+                                  '/org/norvu/plinth/' + name, 'org.norvu.plinth.' + name, None)
+
+
+def call(p, method):
+    """A synchronous call with the default time-out; the one value it answers."""
+    return p.call_sync(method, None, Gio.DBusCallFlags.NONE, -1, None).unpack()[0]
+
+
+def main():
+    bus = Gio.bus_get_sync(Gio.BusType.SYSTEM, None)
+    features = proxy(bus, 'Features')
+    print('Processor: %s, %d cores' % (call(features, 'getCpuModel') or 'unknown',
+                                       call(features, 'getNumberCpuCores')))
+    # "av": unpack() gives the numbers inside the variants, in MHz.
+    print('Per core (MHz): %s' % ' '.join(str(mhz) for mhz in call(features, 'getMaxCpuCoresClockSpeed')))
+    print('Memory: %d bytes' % call(features, 'getRamTotalSize'))
+    print('Time zone: %s' % call(features, 'getTimeZone'))
+    # The proxy reads the properties when it is made.
+    print('OS type: %d' % features.get_cached_property('osType').unpack())
+
+    sim = proxy(bus, 'SIM')
+    cards = call(sim, 'getSimCardsInfo')
+    print('SIM cards: %d' % len(cards))
+    for card in cards:
+        print('  %s: %s' % (card['simName'], card['operatorName'] or 'no operator name'))
+
+    storages = proxy(bus, 'Storages')
+    loop = GLib.MainLoop()
+    outcome = {}
+
+    def done(source, result):
+        try:
+            outcome['reply'] = source.call_finish(result)
+        except GLib.Error as error:
+            outcome['error'] = error.message
+        loop.quit()
+
+    storages.call('getSystemStorageInfo', None, Gio.DBusCallFlags.NONE, STORAGE_TIMEOUT_MS, None, done)
+    loop.run()
+    if 'error' in outcome:
+        print('getSystemStorageInfo: %s' % outcome['error'], file=sys.stderr)
+        return 1
+    # Keep the GVariant to see the D-Bus type of every value: sizes are "t".
+    info = outcome['reply'].get_child_value(0)
+    print('System storage:')
+    for i in range(info.n_children()):
+        entry = info.get_child_value(i)
+        key = entry.get_child_value(0).get_string()
+        value = entry.get_child_value(1).get_variant()
+        print('  %s (%s): %s' % (key, value.get_type_string(), value.unpack()))
+    return 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())

@@ -1,0 +1,183 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
+"""The interface reference (docs/) against the interface descriptions (dbus/).
+
+Every member of every published interface is in its page's member table, in
+the description's order, with its D-Bus signature, the Qt type a client gets
+and its deprecation, and has a section of its own; every member that sends a
+map has a key table; every member of the interfaces the daemon listens to
+(the rest of dbus/) is named in the pages; the manual page made from the
+pages at build time is the one the pages make now, and renders. Which keys
+the daemon really sends, and with which types, is test_reference_keys.py.
+"""
+
+import os
+import re
+import subprocess
+import sys
+import unittest
+import xml.etree.ElementTree as ElementTree
+
+SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', os.path.join(os.path.dirname(__file__), '..', '..'))
+BUILD_DIR = os.environ.get('PLINTHD_BUILD_DIR', '')
+DOCS = os.path.join(SOURCE_DIR, 'docs')
+sys.dont_write_bytecode = True
+sys.path.insert(0, DOCS)
+import mkman  # noqa: E402
+import reference  # noqa: E402
+
+INTERFACES = ('Features', 'SIM', 'Storages')
+# Descriptions in dbus/ of interfaces the daemon listens to, not serves.
+CONSUMED = ('org.norvu.PolicyManager.xml',)
+QT_ANNOTATION = 'org.qtproject.QtDBus.QtTypeName.Out0'
+DEPRECATED = 'org.freedesktop.DBus.Deprecated'
+# What QtDBus makes of the basic types the interfaces use.
+QT_TYPES = {'b': 'bool', 'u': 'uint', 's': 'QString', 'd': 'double', 't': 'qulonglong', 'x': 'qlonglong',
+            'as': 'QStringList', 'av': 'QVariantList', 'a{sv}': 'QVariantMap'}
+SIGNATURE = re.compile(r'^(?:[ybnqiuxtdsogvh]|a(?:\{[ybnqiuxtdsogh](?:.+)\}|.+))$')
+
+
+def described_members(name):
+    """[(member, kind, signature, Qt type, deprecated)] of dbus/org.norvu.plinth.NAME.xml, in its order."""
+    tree = ElementTree.parse(os.path.join(SOURCE_DIR, 'dbus', 'org.norvu.plinth.%s.xml' % name))
+    interface = tree.getroot().find('interface')
+    result = []
+    for element in interface:
+        annotations = {a.get('name'): a.get('value') for a in element.findall('annotation')}
+        if element.tag == 'property':
+            signature = element.get('type')
+        else:
+            signature = ''.join(arg.get('type') for arg in element.findall('arg') if arg.get('direction') == 'out')
+        qt = annotations.get(QT_ANNOTATION, QT_TYPES.get(signature))
+        result.append((element.get('name'), element.tag, signature, qt, annotations.get(DEPRECATED) == 'true'))
+    return interface.get('name'), result
+
+
+class MembersTest(unittest.TestCase):
+
+    @classmethod
+    def setUpClass(cls):
+        cls.pages = reference.pages(DOCS)
+        cls.members = reference.members(cls.pages)
+
+    def test_every_member_in_the_description_order(self):
+        for name in INTERFACES:
+            interface, described = described_members(name)
+            with self.subTest(interface=interface):
+                documented = self.members.get(interface)
+                self.assertIsNotNone(documented, 'no member table for %s' % interface)
+                self.assertEqual([m['name'] for m in documented], [d[0] for d in described])
+                for row, (member, kind, signature, qt, deprecated) in zip(documented, described):
+                    self.assertEqual(row['kind'], kind, member)
+                    self.assertEqual(row['signature'], signature, member)
+                    self.assertEqual(row['qt'], qt, member)
+                    self.assertEqual(row['deprecated'], deprecated, member)
+
+    def test_every_description_is_covered(self):
+        published = {'org.norvu.plinth.%s.xml' % name for name in INTERFACES}
+        self.assertEqual(set(os.listdir(os.path.join(SOURCE_DIR, 'dbus'))) - {'CMakeLists.txt'},
+                         published | set(CONSUMED))
+        # What the daemon listens to is named where it matters to a client.
+        text = ''.join('\n'.join(page.lines) for page in self.pages)
+        for name in CONSUMED:
+            root = ElementTree.parse(os.path.join(SOURCE_DIR, 'dbus', name)).getroot()
+            for interface in root.findall('interface'):
+                self.assertIn('`%s`' % interface.get('name'), text)
+                for member in interface:
+                    self.assertIn('`%s`' % member.get('name'), text, name)
+
+    def test_how_each_member_answers(self):
+        for interface, rows in self.members.items():
+            names = {row['name'] for row in rows}
+            for row in rows:
+                with self.subTest(member=row['name']):
+                    if row['kind'] == 'signal':
+                        self.assertEqual(row['answered'], '—')
+                    else:
+                        self.assertIn(row['answered'], ('in the call', 'later (worker)'))
+                    # A deprecated member names what to use instead, a member
+                    # of the same interface.
+                    if row['deprecated']:
+                        self.assertIn(row['replacement'], names - {row['name']})
+
+    def test_only_storage_queries_answer_later(self):
+        later = {row['name'] for rows in self.members.values() for row in rows
+                 if row['answered'] == 'later (worker)'}
+        self.assertEqual(later, {'getExternalStorageInfo', 'getInternalStorageInfo',
+                                 'getInternalUserPartitionInfo', 'getSystemStorageInfo'})
+
+    def test_every_member_has_a_section_in_order(self):
+        for page in self.pages:
+            tables = [t for t in page.tables if t.kind == 'members']
+            self.assertEqual(len(tables), 1, page.name)
+            rows = self.members[tables[0].argument]
+            with self.subTest(page=page.name):
+                self.assertEqual(page.sections, [row['name'] for row in rows])
+
+    def test_every_map_sent_has_a_key_table(self):
+        places = {}
+        for table_places, keys, page, line in reference.key_tables(self.pages):
+            for place in table_places:
+                self.assertNotIn(place, places, '%s:%d lists %s again' % (page, line, place))
+                places[place] = keys
+        for interface, rows in self.members.items():
+            short = interface.rsplit('.', 1)[1]
+            for row in rows:
+                if 'a{sv}' not in row['signature']:
+                    continue
+                place = short + '.' + row['name']
+                if row['signature'] == 'aa{sv}':
+                    place += '[]'
+                elif row['signature'] == 'a{sa{sv}}':
+                    place += '{}'
+                self.assertIn(place, places, 'no key table for %s' % row['name'])
+
+    def test_key_tables_are_well_formed(self):
+        for places, keys, page, line in reference.key_tables(self.pages):
+            with self.subTest(page=page, line=line):
+                self.assertTrue(keys)
+                for place in places:
+                    self.assertRegex(place, r'^(Features|SIM|Storages)\.\w+(\[\]|\{\}|\.\w+)*$')
+                for key, types in keys.items():
+                    self.assertRegex(key, r'^[a-zA-Z]+$')
+                    self.assertTrue(types, key)
+                    for signature in types:
+                        self.assertRegex(signature, SIGNATURE, key)
+
+
+class ManualPageTest(unittest.TestCase):
+
+    def built(self):
+        path = os.path.join(BUILD_DIR, 'docs', 'plinthd-interfaces.7')
+        self.assertTrue(os.path.exists(path), '%s is not built' % path)
+        with open(path, encoding='utf-8') as f:
+            return f.read()
+
+    def test_made_from_the_pages_as_they_are(self):
+        built = self.built()
+        version = re.search(r'^\.TH .* "plinthd (\S*)"', built, re.M).group(1)
+        self.assertEqual(built, mkman.page(DOCS, version))
+
+    def test_renders_with_every_member_and_key(self):
+        path = os.path.join(BUILD_DIR, 'docs', 'plinthd-interfaces.7')
+        rendered = subprocess.run(['man', '--warnings', '-l', path], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                  universal_newlines=True, env=dict(os.environ, MANWIDTH='100', MAN_KEEP_FORMATTING=''))
+        self.assertEqual(rendered.returncode, 0, rendered.stderr)
+        # Names too long for a narrow table cell are the only complaint allowed.
+        layout = re.compile(r"can't break line|cannot adjust line|table wider than line width|^warning: file .*around line")
+        complaints = [line for line in rendered.stderr.splitlines() if line.strip() and not layout.search(line)]
+        self.assertEqual(complaints, [])
+        text = re.sub(r'.\x08', '', rendered.stdout)
+        words = set(re.findall(r'[A-Za-z]+', text))
+        pages = reference.pages(DOCS)
+        for rows in reference.members(pages).values():
+            for row in rows:
+                self.assertIn(row['name'], words)
+        for _, keys, _, _ in reference.key_tables(pages):
+            for key in keys:
+                self.assertIn(key, words)
+        self.assertIn('PLINTHD-INTERFACES(7)', text)
+
+
+if __name__ == '__main__':
+    unittest.main(verbosity=2)
