@@ -84,6 +84,11 @@ class FakeDevice:
         self.etc = {'os-release': b'NAME="Vireo"\nVERSION_ID="4.6.0.15"\n'}
         self.usr_lib = {'os-release': b'NAME="Vireo"\nVERSION_ID="4.0"\n'}
         self.lscpu = DEFAULT_LSCPU
+        # False: the files of `proc` are mounted one by one over the real
+        # ones, which must exist, and /proc/device-tree is not faked. For
+        # daemons whose child processes need the entries of every process
+        # (sanitizer runtimes preloaded into them read /proc/PID at exit).
+        self.replace_proc = True
 
     def path(self, *parts):
         return os.path.join(self.root, *parts)
@@ -150,12 +155,19 @@ class FakeDevice:
                 self._write(self.path('sys', name), value)
 
         q = shlex.quote
-        setup = ['mount --bind /proc %s' % q(realproc)]
+        setup = ['mount --bind /proc %s' % q(realproc)] if self.replace_proc else []
         for prefix in ('class', 'firmware', 'devices/system/cpu'):
             setup.append('mount --bind %s %s' % (q(self.path('sys', prefix)), q('/sys/' + prefix)))
         for target, files in (('/etc', self.etc), ('/usr/lib', self.usr_lib)):
             layer = self._layer('layer' + target.replace('/', '-'), files)
             setup.append('mount -t overlay overlay -o ro,lowerdir=%s:%s %s' % (q(layer), target, target))
+        if not self.replace_proc:
+            # Each fake file over its real one; /proc itself stays the
+            # kernel's, with an entry for every process.
+            for name, value in self.proc.items():
+                if value is not None and os.path.isfile(os.path.join('/proc', name)):
+                    setup.append('mount --bind %s %s' % (q(os.path.join(fakeproc, name)), q('/proc/' + name)))
+            return setup
         # The daemon's own entry: the namespace's shell execs the daemon, so it
         # keeps this shell's pid (sanitizers look up /proc/PID, not /proc/self).
         setup.append('ln -sfn %s/$$ %s/$$' % (q(realproc), q(fakeproc)))

@@ -31,7 +31,11 @@ LOCALES = ('de_DE', 'en_US', 'fi_FI')
 def framework_locale_names():
     """Every locale name the framework knows, in its order (a helper built with the tests)."""
     helper = os.path.join(os.environ['PLINTHD_BUILD_DIR'], 'tests', 'integration', 'plinth-locale-names')
-    return subprocess.run([helper], check=True, stdout=subprocess.PIPE, universal_newlines=True).stdout.split()
+    # Without the libraries a storage test preloads into itself: the helper
+    # needs none, and a sanitizer build's runtime must come first.
+    env = {k: v for k, v in os.environ.items() if k != 'LD_PRELOAD'}
+    return subprocess.run([helper], check=True, stdout=subprocess.PIPE, universal_newlines=True,
+                          env=env).stdout.split()
 
 
 def user_manager_script(locale_delay=None):
