@@ -50,6 +50,18 @@ class Call:
         return '%s.%s' % (self.interface.rsplit('.', 1)[-1], self.method)
 
 
+def variant(value):
+    """VALUE as dbus-python gives it inside a variant (a value of an a{sv})."""
+    if isinstance(value, dbus.Array):
+        return dbus.Array(value, signature=value.signature, variant_level=1)
+    return type(value)(value, variant_level=1)
+
+
+def sv(**entries):
+    """An a{sv} of ENTRIES, as dbus-python gives it."""
+    return dbus.Dictionary({dbus.String(k): variant(v) for k, v in entries.items()}, signature='sv')
+
+
 def describe_mismatch(value, expected):
     """None when VALUE equals EXPECTED in value and D-Bus type, all the way down."""
     if type(value) is not type(expected):

@@ -12,6 +12,7 @@ import dbus
 import cleanexit
 import loadclients
 import storagebench
+from loadclients import sv
 from plinthtest import FEATURES_IFACE, FEATURES_PATH, STORAGES_IFACE, STORAGES_PATH
 from storagebench import SECTOR
 
@@ -19,16 +20,6 @@ MiB = 1024 * 1024
 SD_P2_SECTORS = 10633216
 CLIENTS = 16
 
-
-def variant(value):
-    """VALUE as dbus-python gives it inside a variant (a value of an a{sv})."""
-    if isinstance(value, dbus.Array):
-        return dbus.Array(value, signature=value.signature, variant_level=1)
-    return type(value)(value, variant_level=1)
-
-
-def sv(**entries):
-    return dbus.Dictionary({dbus.String(k): variant(v) for k, v in entries.items()}, signature='sv')
 
 
 class StorageLoadTestCase(loadclients.LoadAssertions, cleanexit.CleanExit, storagebench.StorageTestCase):

@@ -51,10 +51,10 @@ from gi.repository import GLib
 
 import knownanswers
 import loadclients
-import plinthtest
 import scriptedpeer
 import simtest
 import storagebench
+from loadclients import sv, variant
 from plinthtest import (BUS_NAME, FEATURES_IFACE, FEATURES_PATH, SIM_IFACE, SIM_PATH,
                         STORAGES_IFACE, STORAGES_PATH)
 from storagebench import SECTOR
@@ -104,16 +104,6 @@ def settings():
     return {'seconds': float(os.environ.get('PLINTHD_SOAK_SECONDS', DEFAULT_SECONDS)),
             'seed': os.environ.get('PLINTHD_SOAK_SEED'),
             'reproducer': bool(os.environ.get('PLINTHD_SOAK_REPRODUCER'))}
-
-
-def variant(value):
-    if isinstance(value, dbus.Array):
-        return dbus.Array(value, signature=value.signature, variant_level=1)
-    return type(value)(value, variant_level=1)
-
-
-def sv(**entries):
-    return dbus.Dictionary({dbus.String(k): variant(v) for k, v in entries.items()}, signature='sv')
 
 
 # ---------------------------------------------------------------------------
@@ -534,23 +524,21 @@ class SoakTest(simtest.SimTestCase, storagebench.StorageTestCase):
             world.set(modems=len(self.modems) - 1)
             self.ofono.remove_modem(self.modems.pop())
         elif name == 'card.plug':
-            world.set(card=CHANGING)
-            self.plug('sdcard')
-            world.set(card=True)
+            self.change_card('card', True, lambda: self.plug('sdcard'))
         elif name == 'card.unplug':
-            world.set(card=CHANGING)
-            self.unplug('sdcard')
-            world.set(card=False)
+            self.change_card('card', False, lambda: self.unplug('sdcard'))
         elif name == 'card.mount':
-            world.set(mounted=CHANGING)
-            self.mount('mmcblk1p1', CARD_MOUNT_BYTES)
-            world.set(mounted=True)
+            self.change_card('mounted', True, lambda: self.mount('mmcblk1p1', CARD_MOUNT_BYTES))
         elif name == 'card.umount':
-            world.set(mounted=CHANGING)
-            self.umount('mmcblk1p1')
-            world.set(mounted=False)
+            self.change_card('mounted', False, lambda: self.umount('mmcblk1p1'))
         elif name == 'sim.settings':
             self.write_settings(**argument)
+
+    def change_card(self, key, value, act):
+        """A change of the card takes a moment, in which only types are checked."""
+        self.world.set(**{key: CHANGING})
+        act()
+        self.world.set(**{key: value})
 
     def restore(self):
         """Back to the state the run began in."""
