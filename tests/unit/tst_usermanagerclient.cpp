@@ -8,12 +8,12 @@
 // happened within seconds; the AddressSanitizer build named it at once.
 #include "usermanagerclient.h"
 
-#include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusContext>
 #include <QDBusError>
 #include <QDBusMessage>
+#include <QEventLoop>
 #include <QMutex>
 #include <QSet>
 #include <QThread>
@@ -21,6 +21,7 @@
 
 #include <atomic>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -33,9 +34,7 @@ constexpr int ErrorCallsPerThread = 10000;
 constexpr int AnsweredCallsPerThread = 200;
 constexpr uint OwnerUid = 100000;
 
-// The user manager, on a connection and a thread of its own (the threads that
-// ask block on their calls, the main thread among them). It notes on which
-// connection each call came.
+// The user manager's two methods. It notes on which connection each call came.
 class FakeUserManager : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -72,24 +71,77 @@ private:
     QSet<QString> m_senders;
 };
 
-// Runs `body` on `count` plain threads (visible to ThreadSanitizer, unlike the
-// pool's hand-overs) while the main thread runs `mainBody` until they are done.
+// The user manager on a plain thread of its own, with its own connection and
+// event loop: the threads that ask block on their calls, the main thread
+// among them. Everything it made is gone when stop() returns, and the thread
+// joined, so that ThreadSanitizer sees every hand-over.
+class UserManagerPeer
+{
+public:
+    UserManagerPeer()
+        : m_thread([this] { serve(); })
+    {
+        while (!m_ready)
+            QThread::msleep(1);
+    }
+
+    ~UserManagerPeer()
+    {
+        if (m_thread.joinable())
+            stop();
+    }
+
+    // Ends the peer; returns the unique names of the connections that called it.
+    QSet<QString> stop()
+    {
+        QMetaObject::invokeMethod(m_loop, "quit", Qt::QueuedConnection);
+        m_thread.join();
+        return m_senders;
+    }
+
+private:
+    void serve()
+    {
+        const QString connectionName = QStringLiteral("user-manager");
+        {
+            QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SystemBus, connectionName);
+            FakeUserManager manager;
+            QEventLoop loop;
+            bus.registerObject(QStringLiteral("/"), &manager, QDBusConnection::ExportAllSlots);
+            bus.registerService(UserManagerService);
+            m_loop = &loop;
+            m_ready = true;
+            loop.exec();
+            bus.unregisterService(UserManagerService);
+            bus.unregisterObject(QStringLiteral("/"));
+            m_senders = manager.senders();
+        }
+        QDBusConnection::disconnectFromBus(connectionName);
+    }
+
+    QEventLoop *m_loop = nullptr;
+    std::atomic<bool> m_ready{false};
+    QSet<QString> m_senders;
+    std::thread m_thread;
+};
+
+// Runs `body` on `count` plain threads (ThreadSanitizer sees them start and
+// end) while the main thread runs `mainBody` until they are done.
 template<typename Body, typename MainBody>
 void runAtOnce(int count, Body body, MainBody mainBody)
 {
     std::atomic<int> running{count};
-    std::vector<std::unique_ptr<QThread>> threads;
+    std::vector<std::thread> threads;
     for (int i = 0; i < count; ++i) {
-        threads.emplace_back(QThread::create([&] {
+        threads.emplace_back([&] {
             body();
             --running;
-        }));
-        threads.back()->start();
+        });
     }
     while (running > 0)
         mainBody();
     for (auto &thread : threads)
-        thread->wait();
+        thread.join();
 }
 
 } // namespace
@@ -129,16 +181,7 @@ private slots:
 
     void answersToManyThreadsAtOnce()
     {
-        QThread peerThread;
-        QDBusConnection peerBus = QDBusConnection::connectToBus(QDBusConnection::SystemBus,
-                                                                QStringLiteral("user-manager"));
-        auto *manager = new FakeUserManager;
-        manager->moveToThread(&peerThread);
-        connect(&peerThread, &QThread::finished, manager, &QObject::deleteLater);
-        peerThread.start();
-        QVERIFY(peerBus.registerObject(QStringLiteral("/"), manager, QDBusConnection::ExportAllSlots));
-        QVERIFY(peerBus.registerService(UserManagerService));
-
+        UserManagerPeer peer;
         UserManagerClient client;
         std::atomic<int> wrong{0};
         auto ask = [&] {
@@ -156,15 +199,9 @@ private slots:
 
         // The main thread asked on the shared connection; the other threads on
         // one connection of the client's own, never the shared one.
-        const QSet<QString> senders = manager->senders();
+        const QSet<QString> senders = peer.stop();
         QCOMPARE(senders.size(), 2);
         QVERIFY(senders.contains(QDBusConnection::systemBus().baseService()));
-
-        peerBus.unregisterService(UserManagerService);
-        peerBus.unregisterObject(QStringLiteral("/"));
-        QDBusConnection::disconnectFromBus(QStringLiteral("user-manager"));
-        peerThread.quit();
-        peerThread.wait();
     }
 };
 
