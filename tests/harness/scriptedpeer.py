@@ -52,8 +52,11 @@ class ScriptedPeer:
             raise RuntimeError('the scripted peer %s did not start' % name)
 
     def _read(self):
-        for line in self.process.stdout:
-            self._lines.put(line.strip())
+        try:
+            for line in self.process.stdout:
+                self._lines.put(line.strip())
+        except (ValueError, OSError):
+            pass  # kill() closed the pipe under the loop: the peer is gone
         self._lines.put(None)
 
     def _next(self, timeout):
