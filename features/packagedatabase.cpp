@@ -1,5 +1,7 @@
 #include "packagedatabase.h"
 
+#include "rpmdatabase.h"
+
 #include <rpm/header.h>
 #include <rpm/rpmdb.h>
 #include <rpm/rpmlib.h>
@@ -33,7 +35,8 @@ using TagData = std::unique_ptr<std::remove_pointer_t<rpmtd>, TagDataFree>;
 
 bool hasPackageNamed(const QByteArray &name)
 {
-    rpmReadConfigFiles(nullptr, nullptr);
+    if (!RpmDatabase::readable())
+        return false;
     const TransactionSet ts(rpmtsCreate());
     if (!ts)
         return false;

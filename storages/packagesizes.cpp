@@ -1,9 +1,8 @@
 #include "packagesizes.h"
 
-#include "logging.h"
+#include "rpmdatabase.h"
 
 #include <memory>
-#include <mutex>
 
 #include <rpm/header.h>
 #include <rpm/rpmdb.h>
@@ -23,23 +22,14 @@ using TransactionSet = std::unique_ptr<rpmts_s, Releaser<rpmts_s, rpmtsFree>>;
 using Iterator = std::unique_ptr<rpmdbMatchIterator_s, Releaser<rpmdbMatchIterator_s, rpmdbFreeIterator>>;
 using TagData = std::unique_ptr<rpmtd_s, Releaser<rpmtd_s, rpmtdFree>>;
 
-// The library's configuration is read once per process: every further read
-// stacks all macro definitions again (about 70 kB a call, never given back),
-// which a daemon answering size queries for months cannot afford.
-void readConfigurationOnce()
-{
-    static std::once_flag once;
-    std::call_once(once, [] {
-        if (rpmReadConfigFiles(nullptr, nullptr) != 0)
-            qCWarning(lcPlinthd) << "Can't read the package manager's configuration";
-    });
-}
-
 } // namespace
 
 quint64 PackageSizes::sum(const QString &namePattern)
 {
-    readConfigurationOnce();
+    // Without a database there is nothing to sum, and opening one would
+    // create it (see RpmDatabase).
+    if (!RpmDatabase::readable())
+        return 0;
 
     TransactionSet transactionSet(rpmtsCreate());
     if (!transactionSet)
