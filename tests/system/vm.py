@@ -9,7 +9,9 @@ with QMP commands on a unix socket. Only the standard library is used, so any
 python3 will do.
 
 Exit status: 0 when the guest powered off by itself, 2 when it had to be
-stopped because the time was up, 1 when QEMU could not be run.
+stopped because the time was up, 4 when the scenario finished but the guest
+did not power off within POWEROFF_SECONDS, 1 when QEMU could not be run or
+ended otherwise.
 """
 
 import argparse
@@ -24,6 +26,8 @@ import time
 QMP_CONNECT_SECONDS = 30
 QMP_REPLY_SECONDS = 60
 UNPLUG_SECONDS = 60
+# From the scenario's last line to QEMU's exit.
+POWEROFF_SECONDS = 120
 POLL_SECONDS = 0.2
 
 
@@ -136,7 +140,7 @@ def main():
         "-serial", "file:" + args.console, "-monitor", "none",
         "-qmp", "unix:%s,server=on,wait=off" % args.qmp,
         "-kernel", args.kernel, "-initrd", args.initrd,
-        "-append", "root=/dev/vda rw console=ttyS0 panic=-1 net.ifnames=0 systemd.show_status=false",
+        "-append", "root=/dev/vda rw console=ttyS0 panic=-1 net.ifnames=0 systemd.show_status=true",
         # snapshot: whatever the guest writes is thrown away with QEMU, so
         # the cached image stays as it was built.
         "-drive", "file=%s,if=virtio,format=raw,snapshot=on" % args.root,
@@ -157,11 +161,19 @@ def main():
         qmp = Qmp(args.qmp, time.monotonic() + QMP_CONNECT_SECONDS)
         stick = Stick(qmp, args.stick)
         done = set()
+        finished = os.path.join(args.share, "out", "finished")
+        finished_at = None
         while qemu.poll() is None:
             if time.monotonic() > deadline:
                 print("vm: the guest did not finish within %d s; stopping it" % args.seconds,
                       file=sys.stderr)
                 return 2
+            if finished_at is None and os.path.exists(finished):
+                finished_at = time.monotonic()
+            if finished_at is not None and time.monotonic() - finished_at > POWEROFF_SECONDS:
+                print("vm: the scenario ended but the guest did not power off within %d s"
+                      % POWEROFF_SECONDS, file=sys.stderr)
+                return 4
             requests = os.path.join(args.share, "requests")
             for name in sorted(os.listdir(requests)):
                 if name in done:
@@ -184,6 +196,9 @@ def main():
                     out.write(answer + "\n")
                 os.rename(reply + ".tmp", reply)
             time.sleep(POLL_SECONDS)
+        if qemu.returncode != 0:
+            print("vm: QEMU ended with status %d" % qemu.returncode, file=sys.stderr)
+            return 1
         print("vm: the guest powered off after %.0f s" % (time.monotonic() - started),
               file=sys.stderr)
         return 0
