@@ -8,21 +8,31 @@
 // and the package sums of storage queries on pool threads.
 //
 // Every use of the library, from opening a transaction set to freeing it,
-// holds use(): the library keeps process-wide state (its configuration and
+// holds a Use: the library keeps process-wide state (its configuration and
 // macros, the open databases, its signal handling) and does not promise that
 // two threads may use it at once. A package sum takes some milliseconds, so
 // queries that wait for each other here wait little.
 namespace RpmLibrary {
 
-// Locks the library for the caller's scope and reads its configuration on the
-// first use: every further read would stack all macro definitions again (about
-// 70 kB a read, never given back), which a daemon answering size queries for
-// months cannot afford.
 class Use
 {
 public:
+    // Locks the library for the caller's scope and reads its configuration
+    // on the first use: every further read would stack all macro definitions
+    // again (about 70 kB a read, never given back), which a daemon answering
+    // size queries for months cannot afford.
     Use();
     ~Use();
+
+    // True when the configured database folder holds a database of one of
+    // the library's formats. Ask before opening one: opening a database that
+    // does not exist is not harmless, as the library then creates an empty
+    // one at its configured path, which on a system whose configuration
+    // points into a home folder (Debian's does: ~/.rpmdb) means files
+    // appearing in root's home, and it logs an error for every query. The
+    // first time the answer is no, one warning says where the database was
+    // looked for; later calls stay quiet.
+    bool hasDatabase() const;
 
 private:
     QMutexLocker m_locker;

@@ -72,10 +72,14 @@ bool DeviceDescriptionFile::replace(const QByteArray &content) const
     QSaveFile file(m_path);
     if (!file.open(QIODevice::WriteOnly))
         return false;
-    // Giving a file away takes privileges the daemon may not have; a failure
-    // leaves the daemon's own ownership, which is all it can do.
-    if (::fchown(file.handle(), original.st_uid, original.st_gid) != 0)
-        qCDebug(lcPlinthd) << "Can't keep the owner of" << m_path;
+    // Giving a file away takes CAP_CHOWN, which the daemon's unit does not
+    // grant. Replacing the file anyway would hand it to the daemon's user, so
+    // a file whose owner cannot be kept is left as it is.
+    if (::fchown(file.handle(), original.st_uid, original.st_gid) != 0) {
+        qCDebug(lcPlinthd) << "Can't keep the owner of" << m_path << "- left as it is";
+        file.cancelWriting();
+        return false;
+    }
     ::fchmod(file.handle(), original.st_mode & 07777);
 
     if (file.write(content) != content.size() || !file.commit()) {

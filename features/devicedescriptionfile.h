@@ -19,7 +19,9 @@ public:
     // and writes the file back. Returns whether the file was rewritten. A file
     // that is missing, unreadable, not a JSON object, without keys or not
     // writable is left as it is, without a word in the log: many devices ship
-    // without it or with it read-only.
+    // without it or with it read-only. So is one owned by another user when
+    // the daemon may not give files away (no CAP_CHOWN): the replacement
+    // would change its owner.
     bool record(const QString &key, double value) const;
 
     // The document record() writes for the given content: the first key in

@@ -36,6 +36,8 @@ using TagData = std::unique_ptr<std::remove_pointer_t<rpmtd>, TagDataFree>;
 bool hasPackageNamed(const QByteArray &name)
 {
     const RpmLibrary::Use library;
+    if (!library.hasDatabase())
+        return false;
     const TransactionSet ts(rpmtsCreate());
     if (!ts)
         return false;

@@ -26,7 +26,11 @@ using TagData = std::unique_ptr<rpmtd_s, Releaser<rpmtd_s, rpmtdFree>>;
 
 quint64 PackageSizes::sum(const QString &namePattern)
 {
+    // Without a database there is nothing to sum, and opening one would
+    // create it.
     const RpmLibrary::Use library;
+    if (!library.hasDatabase())
+        return 0;
 
     TransactionSet transactionSet(rpmtsCreate());
     if (!transactionSet)

@@ -155,6 +155,10 @@ QVector<BlockDevice> BlockDevices::scan()
         out.fsType = QString::fromUtf8(property(device.get(), "ID_FS_TYPE"));
         out.fsLabel = encodedOrPlain(device.get(), "ID_FS_LABEL_ENC", "ID_FS_LABEL");
         out.partitionLabel = unescape(udev_device_get_property_value(device.get(), "ID_PART_ENTRY_NAME"));
+        // udev records when it finished with a device; recordings of devices
+        // carry that property without a udev database behind them.
+        out.probed = udev_device_get_is_initialized(device.get()) > 0
+                || !property(device.get(), "USEC_INITIALIZED").isEmpty();
 
         // The parent belongs to the child and must not be unreferenced.
         udev_device *disk = out.isPartition

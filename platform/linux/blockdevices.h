@@ -20,6 +20,9 @@ struct BlockDevice
     QString fsType;           // ID_FS_TYPE
     QString fsLabel;          // ID_FS_LABEL_ENC, unescaped
     QString partitionLabel;   // ID_PART_ENTRY_NAME, unescaped
+    // Whether udev has finished with the device. Until then the kernel's
+    // device is there but its file system type and label are not known yet.
+    bool probed = false;
 
     // The drive: the whole disk the device is (or is a partition of).
     QString driveVendor;

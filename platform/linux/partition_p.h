@@ -24,6 +24,9 @@ public:
     QString filesystemType;
     Partition::StorageTypes storageType;
     QVariantMap drive;
+    // False while udev is still probing the block device: its label and file
+    // system type may yet be missing.
+    bool probed = true;
 };
 
 #endif // PLINTHD_PARTITION_P_H

@@ -8,6 +8,7 @@
 #include "udevmonitor.h"
 
 #include <QHash>
+#include <QSet>
 
 namespace {
 
@@ -75,8 +76,32 @@ void PartitionManager::store(const QVector<Partition> &partitions, quint64 gener
     QMutexLocker locker(&m_lock);
     if (generation < m_storedGeneration)
         return;
-    m_partitions = partitions;
+    m_partitions = m_storedGeneration == 0 ? partitions : withoutUnprobedArrivals(partitions, m_partitions);
     m_storedGeneration = generation;
+}
+
+// udev announces a new disk before it has probed the disk's partitions, whose
+// kernel devices exist by then: listing them at that point would tell the
+// clients about nameless partitions, and the later event that brings the
+// label changes nothing the signals report. A partition that was not listed
+// before is therefore left out until udev has finished with it (its own event
+// follows). What was there at start is listed as it is, and a mounted
+// partition is real whatever udev says.
+QVector<Partition> PartitionManager::withoutUnprobedArrivals(const QVector<Partition> &scanned,
+                                                             const QVector<Partition> &listed)
+{
+    QSet<QString> known;
+    for (const Partition &partition : listed)
+        known.insert(partition.d->key);
+    QVector<Partition> kept;
+    kept.reserve(scanned.size());
+    for (const Partition &partition : scanned) {
+        if (partition.d->probed || inMountTable(partition) || known.contains(partition.d->key))
+            kept.append(partition);
+        else
+            qCDebug(lcPartitions) << "Partition" << partition.deviceName() << "waits for udev's probe";
+    }
+    return kept;
 }
 
 void PartitionManager::announce(const QVector<Partition> &current)

@@ -73,6 +73,8 @@ private:
     void rescan();
     void store(const QVector<Partition> &partitions, quint64 generation);
     void announce(const QVector<Partition> &partitions);
+    static QVector<Partition> withoutUnprobedArrivals(const QVector<Partition> &scanned,
+                                                      const QVector<Partition> &listed);
 
     const QString m_mountTablePath;
     UdevMonitor *m_udevMonitor = nullptr;

@@ -185,6 +185,7 @@ QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, co
         data->deviceName = device.sysName;
         data->deviceLabel = device.fsLabel;
         data->partitionLabel = device.partitionLabel;
+        data->probed = device.probed;
         data->filesystemType = !device.fsType.isEmpty() || !mount ? device.fsType : mount->fsType;
         data->storageType = types;
         data->drive = {

@@ -7,6 +7,8 @@
 
 #include <libudev.h>
 
+#include <cerrno>
+
 UdevMonitor::UdevMonitor(QObject *parent)
     : QObject(parent)
 {
@@ -40,16 +42,36 @@ bool UdevMonitor::isActive() const
 }
 
 // Several events may be queued; one rescan covers them all.
+//
+// The socket's receive buffer is as large as the kernel lets a process make
+// it without CAP_NET_ADMIN (libudev asks for more with SO_RCVBUFFORCE, which
+// the sandbox refuses), so a burst of events (a hub or a card reader with
+// many slots) can overflow it while the daemon is busy. The kernel then drops
+// events and reports ENOBUFS once on the next read. What was dropped is not
+// known, so it is treated as a change of everything: the rescan that follows
+// reads the whole picture afresh, and the events queued after the overflow
+// are still read.
 void UdevMonitor::drain()
 {
     int events = 0;
+    bool overflowed = false;
     {
         QMutexLocker locker(&partitionSourceLock());
-        while (udev_device *device = udev_monitor_receive_device(m_monitor)) {
-            udev_device_unref(device);
-            ++events;
+        for (;;) {
+            errno = 0;
+            udev_device *device = udev_monitor_receive_device(m_monitor);
+            if (device) {
+                udev_device_unref(device);
+                ++events;
+            } else if (errno == ENOBUFS && !overflowed) {
+                overflowed = true;
+            } else {
+                break;
+            }
         }
     }
-    if (events > 0)
+    if (overflowed)
+        qCDebug(lcPartitions) << "udev's events overflowed the receive buffer; rescanning every block device";
+    if (events > 0 || overflowed)
         emit changed();
 }

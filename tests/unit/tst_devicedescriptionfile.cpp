@@ -77,6 +77,7 @@ private slots:
     void writesIndentedDocument();
     void keepsMode();
     void keepsOwner();
+    void leftAloneWhenOwnerCannotBeKept();
     void followsSymlink();
     void readOnlyFileIsLeftUntouchedSilently();
     void notReplacedInPlaceWhenDirectoryIsReadOnly();
@@ -268,6 +269,32 @@ void TestDeviceDescriptionFile::keepsOwner()
     QCOMPARE(after.group, gid_t(NobodyId));
     QCOMPARE(after.mode & 07777, mode_t(0640));
     QVERIFY(!readSpec().value(QLatin1String("phone")).toObject().isEmpty());
+}
+
+// The daemon's unit gives root no CAP_CHOWN: the new file could not be given
+// to the old one's owner, and replacing the file would hand it to root. It is
+// left as it is instead.
+void TestDeviceDescriptionFile::leftAloneWhenOwnerCannotBeKept()
+{
+    if (::geteuid() != 0)
+        QSKIP("giving a file to another user needs root");
+    writeSpec(R"({"phone": {}})", 0640);
+    QVERIFY(::chown(QFile::encodeName(m_path).constData(), NobodyId, NobodyId) == 0);
+    const FileState before = FileState::of(m_path);
+
+    // As root, but with CAP_CHOWN out of the bounding set, which is what the
+    // unit's CapabilityBoundingSet does to the daemon.
+    auto *recorder = new QProcess(this);
+    recorder->start(QStringLiteral("setpriv"),
+                    {QStringLiteral("--bounding-set=-chown"), QCoreApplication::applicationFilePath(),
+                     QStringLiteral("--record"), m_path, QStringLiteral("backResolutions"), QStringLiteral("12")});
+    QVERIFY(recorder->waitForFinished(10000));
+
+    QCOMPARE(recorder->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(recorder->exitCode(), 1);
+    QVERIFY(FileState::of(m_path) == before);
+    QCOMPARE(QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::Hidden),
+             QStringList{QStringLiteral("specification.json")});
 }
 
 // Installations may point the path at a file elsewhere; the link stays a link

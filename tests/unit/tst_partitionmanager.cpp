@@ -16,6 +16,9 @@
 namespace {
 
 const char *const EmmcDisk = UmockdevTestbed::EmmcDisk;
+// Long enough for queued udev events to be handled; only used to show that
+// nothing more arrives.
+constexpr int SettleMilliseconds = 300;
 
 // A mount table line. Mount paths that exist here carry the device number of
 // the file system that is really there, as the kernel's table would: the
@@ -163,6 +166,40 @@ private slots:
         QCOMPARE(stick.drive().value("vendor").toString(), QString());
         QCOMPARE(stick.drive().value("model").toString(), QStringLiteral("Flash Disk"));
         QCOMPARE(stick.drive().value("connectionBus").toInt(), int(Partition::USBBus));
+    }
+
+    // udev announces the disk before it has probed the partitions; the first
+    // news of the stick must already carry the label.
+    void partitionWaitsForUdevProbe()
+    {
+        QVERIFY(m_testbed->plugUnprobed("usbstick"));
+        m_testbed->uevent(EmmcDisk, "change");
+        QTest::qWait(SettleMilliseconds);
+        QCOMPARE(m_added->count(), 0);
+        QVERIFY(m_manager->partitions(Partition::External).isEmpty());
+
+        m_testbed->finishProbe("usbstick");
+        QTRY_COMPARE(m_added->count(), 1);
+        const Partition stick = argument(*m_added, 0);
+        QCOMPARE(stick.deviceName(), QStringLiteral("sdb1"));
+        QCOMPARE(stick.deviceLabel(), QStringLiteral("STICK"));
+        QCOMPARE(stick.filesystemType(), QStringLiteral("exfat"));
+        QCOMPARE(stick.partitionLabel(), QStringLiteral("Data partition"));
+        QCOMPARE(names(m_manager->partitions(Partition::External)), QStringList({"sdb1"}));
+        QTest::qWait(SettleMilliseconds);
+        QCOMPARE(m_added->count(), 1);
+    }
+
+    // A partition udev never probes (the probe failed, or no udev runs) is still
+    // listed once it is mounted.
+    void mountedUnprobedPartitionIsListed()
+    {
+        QVERIFY(m_testbed->plugUnprobed("usbstick"));
+        writeTable(baseTable() + mountLine(40, m_dir.path(), "/dev/sdb1", "exfat"));
+        m_testbed->uevent(EmmcDisk, "change");
+        QTRY_COMPARE(m_storage->count(), 1);
+        QCOMPARE(argument(*m_storage, 0).deviceName(), QStringLiteral("sdb1"));
+        QCOMPARE(argument(*m_storage, 0).status(), Partition::Mounted);
     }
 
     void refreshDoesNotNotify()

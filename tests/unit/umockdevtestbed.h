@@ -30,6 +30,12 @@ public:
     // umockdev announces each device it adds with an "add" event.
     bool add(const std::string &name);
     bool plug(const std::string &name) { return add(name); }
+    // As udev sees a drive arrive: the disk is announced while its partitions
+    // are not probed yet (no file system type, label or entry name, and not
+    // marked initialized). finishProbe() then gives each partition what udev
+    // found and announces it, as udev does once it is done with it.
+    bool plugUnprobed(const std::string &name);
+    void finishProbe(const std::string &name);
     // Announces the block devices gone, removes the drive, then sends a
     // "change" of the given device that stays so that a rescan follows.
     void unplug(const std::string &name, const std::string &stayingDevice);
