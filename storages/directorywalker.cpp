@@ -55,7 +55,10 @@ constexpr std::size_t ListingBufferSize = 64 * 1024;
 constexpr int WalkNiceness = 10;
 
 // Lowers the calling thread's priority for the duration of a walk and gives
-// it back after: the caller is a pool thread that later runs other queries.
+// it back after: the caller is a pool thread that later runs other queries,
+// or the main thread. Under the systemd unit the system call filter refuses
+// setpriority (the unit's comment says why), and the walk runs at the
+// daemon's own priority.
 class NiceScope
 {
 public:
@@ -68,8 +71,8 @@ public:
     }
     ~NiceScope()
     {
-        // Raising a priority again needs CAP_SYS_NICE, which the daemon has as
-        // a system service; without it the thread simply stays lower.
+        // Raising a priority again needs CAP_SYS_NICE; a daemon started by
+        // hand as root has it. Without it the thread stays lower.
         if (m_changed)
             ::setpriority(PRIO_PROCESS, id_t(m_thread), m_previous);
     }
