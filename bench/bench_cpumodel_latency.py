@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """getCpuModel latency while system-storage queries walk a big tree.
 
 Makes a tree of about 1,000,000 entries, starts the real daemon on a private

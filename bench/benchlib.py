@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-plinthd
 """Measuring tools shared by the benchmarks, and the table they all print into.
 
 Every figure is taken side by side with a reference measured in the same run,

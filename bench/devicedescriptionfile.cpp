@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // What the atomic replacement of the device description file costs: the time
 // of DeviceDescriptionFile::record() against the same update written in place over
 // the old file (truncate and write, the unsafe way), measured in alternating

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_BASICSERVICE_H
 #define PLINTHD_BASICSERVICE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_DBUSTYPES_H
 #define PLINTHD_DBUSTYPES_H
 

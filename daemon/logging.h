@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_LOGGING_H
 #define PLINTHD_LOGGING_H
 

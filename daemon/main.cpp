@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "dbustypes.h"
 #include "logging.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_DEVICEDESCRIPTIONFILE_H
 #define PLINTHD_DEVICEDESCRIPTIONFILE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_FEATURESSERVICE_H
 #define PLINTHD_FEATURESSERVICE_H
 

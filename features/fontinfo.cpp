@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "fontinfo.h"
 
 #include "logging.h"

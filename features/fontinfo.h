@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_FONTINFO_H
 #define PLINTHD_FONTINFO_H
 

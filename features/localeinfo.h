@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_LOCALEINFO_H
 #define PLINTHD_LOCALEINFO_H
 

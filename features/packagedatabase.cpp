@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "packagedatabase.h"
 
 #include "rpmlibrary.h"

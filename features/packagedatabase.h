@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_PACKAGEDATABASE_H
 #define PLINTHD_PACKAGEDATABASE_H
 

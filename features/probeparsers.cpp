@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "probeparsers.h"
 
 #include <QRegularExpression>

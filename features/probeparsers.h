@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_PROBEPARSERS_H
 #define PLINTHD_PROBEPARSERS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_SYSINFO_H
 #define PLINTHD_SYSINFO_H
 

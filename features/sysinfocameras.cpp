@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // SysInfo's cameras: measuring the still resolution of the first back and
 // front camera, and following the camera access policy.
 

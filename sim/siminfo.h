@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_SIMINFO_H
 #define PLINTHD_SIMINFO_H
 

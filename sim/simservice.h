@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_SIMSERVICE_H
 #define PLINTHD_SIMSERVICE_H
 

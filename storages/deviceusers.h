@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_DEVICEUSERS_H
 #define PLINTHD_DEVICEUSERS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_DIRECTORYWALKER_H
 #define PLINTHD_DIRECTORYWALKER_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_FIGUREKEYS_H
 #define PLINTHD_FIGUREKEYS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "kernelquotasource.h"
 
 #include <sys/quota.h>

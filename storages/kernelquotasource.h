@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_KERNELQUOTASOURCE_H
 #define PLINTHD_KERNELQUOTASOURCE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_LOCALFILENAMES_H
 #define PLINTHD_LOCALFILENAMES_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "packagesizes.h"
 
 #include "rpmlibrary.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_PACKAGESIZES_H
 #define PLINTHD_PACKAGESIZES_H
 

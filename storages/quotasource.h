@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_QUOTASOURCE_H
 #define PLINTHD_QUOTASOURCE_H
 

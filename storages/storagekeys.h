@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_STORAGEKEYS_H
 #define PLINTHD_STORAGEKEYS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_STORAGESINFO_H
 #define PLINTHD_STORAGESINFO_H
 

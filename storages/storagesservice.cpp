@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "storagesservice.h"
 
 #include "storagesadaptor.h"

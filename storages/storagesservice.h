@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_STORAGESSERVICE_H
 #define PLINTHD_STORAGESSERVICE_H
 

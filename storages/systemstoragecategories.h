@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_SYSTEMSTORAGECATEGORIES_H
 #define PLINTHD_SYSTEMSTORAGECATEGORIES_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_THREADHANDOFF_H
 #define PLINTHD_THREADHANDOFF_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_USERQUOTAREPORT_H
 #define PLINTHD_USERQUOTAREPORT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "userstoragebreakdown.h"
 
 #include "deviceusers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_USERSTORAGEBREAKDOWN_H
 #define PLINTHD_USERSTORAGEBREAKDOWN_H
 

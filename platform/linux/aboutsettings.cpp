@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "aboutsettings.h"
 
 #include "kernelfiles.h"

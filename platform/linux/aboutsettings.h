@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_ABOUTSETTINGS_H
 #define PLINTHD_ABOUTSETTINGS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef BRISA_ACCESSPOLICY_H
 #define BRISA_ACCESSPOLICY_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "batterystatus.h"
 
 #include "kernelfiles.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_BATTERYSTATUS_H
 #define PLINTHD_BATTERYSTATUS_H
 

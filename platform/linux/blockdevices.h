@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_BLOCKDEVICES_H
 #define PLINTHD_BLOCKDEVICES_H
 

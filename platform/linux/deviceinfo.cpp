@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "deviceinfo.h"
 
 #include "kernelfiles.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_DEVICEINFO_H
 #define PLINTHD_DEVICEINFO_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_GLIBCONTEXTPUMP_H
 #define PLINTHD_GLIBCONTEXTPUMP_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_KERNELFILES_H
 #define PLINTHD_KERNELFILES_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "mgconfitem.h"
 
 #include "glibcontextpump.h"

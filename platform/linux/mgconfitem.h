@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_MGCONFITEM_H
 #define PLINTHD_MGCONFITEM_H
 

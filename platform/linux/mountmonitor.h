@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_MOUNTMONITOR_H
 #define PLINTHD_MOUNTMONITOR_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "mounttable.h"
 
 #include "partitionlogging.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_MOUNTTABLE_H
 #define PLINTHD_MOUNTTABLE_H
 

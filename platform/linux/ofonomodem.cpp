@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "ofonomodem.h"
 
 #include "logging.h"

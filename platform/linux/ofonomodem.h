@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_OFONOMODEM_H
 #define PLINTHD_OFONOMODEM_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_PARTITION_P_H
 #define PLINTHD_PARTITION_P_H
 

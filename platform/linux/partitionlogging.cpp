@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "partitionlogging.h"
 
 Q_LOGGING_CATEGORY(lcPartitions, "plinthd.platform.partitions", QtWarningMsg)

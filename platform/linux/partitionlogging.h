@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_PARTITIONLOGGING_H
 #define PLINTHD_PARTITIONLOGGING_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_PARTITIONMANAGER_H
 #define PLINTHD_PARTITIONMANAGER_H
 

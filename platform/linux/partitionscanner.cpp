@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "partitionscanner.h"
 
 #include "partition_p.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_PARTITIONSCANNER_H
 #define PLINTHD_PARTITIONSCANNER_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "qofonoextmodemmanager.h"
 
 #include "logging.h"

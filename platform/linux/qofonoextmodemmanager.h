@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_QOFONOEXTMODEMMANAGER_H
 #define PLINTHD_QOFONOEXTMODEMMANAGER_H
 

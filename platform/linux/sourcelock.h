@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_SOURCELOCK_H
 #define PLINTHD_SOURCELOCK_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_UDEVMONITOR_H
 #define PLINTHD_UDEVMONITOR_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "testcameracontrols.h"
 
 #include "testcameraservice.h"

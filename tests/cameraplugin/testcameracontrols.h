@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_TESTCAMERACONTROLS_H
 #define PLINTHD_TESTCAMERACONTROLS_H
 

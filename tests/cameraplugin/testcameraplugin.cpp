@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "testcameraplugin.h"
 
 #include "testcameras.h"

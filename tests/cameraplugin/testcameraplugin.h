@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_TESTCAMERAPLUGIN_H
 #define PLINTHD_TESTCAMERAPLUGIN_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_TESTCAMERAS_H
 #define PLINTHD_TESTCAMERAS_H
 

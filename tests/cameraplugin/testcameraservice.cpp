@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "testcameraservice.h"
 
 #include "testcameracontrols.h"

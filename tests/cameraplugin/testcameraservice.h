@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_TESTCAMERASERVICE_H
 #define PLINTHD_TESTCAMERASERVICE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The cpufreq maximum of every core, one value a line as the shell prints the
 // files (kHz), turned into the per-core list of MHz.
 #include "fuzzinput.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The device description file: whatever JSON (or not) is found there, the
 // camera value is recorded into the first device entry, or the file is left
 // alone. Each input is written to a real file and recorded into, as the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // /proc/meminfo: the total and free memory in bytes.
 #include "fuzzinput.h"
 

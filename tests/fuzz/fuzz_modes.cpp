@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // A display modes file of the framebuffer or of a DRM connector
 // ("U:720x1440p-0"), and the resolution taken from its first mode.
 #include "fuzzinput.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // os-release: shell-style KEY=VALUE assignments, read for the OS version.
 #include "fuzzinput.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // udev's escaped property values ("\xNN" for unsafe bytes), as the partition
 // manager reads file system labels, partition names and drive names.
 #include "fuzzinput.h"

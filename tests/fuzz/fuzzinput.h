@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_FUZZINPUT_H
 #define PLINTHD_FUZZINPUT_H
 

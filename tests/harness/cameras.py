@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-plinthd
 """Cameras, the policy manager and the device description file for tests of plinthd.
 
 CameraRig prepares what start_daemon() needs so that the daemon's Qt Multimedia

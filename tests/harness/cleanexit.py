@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-plinthd
 """The end every load and fault test asks of the daemon: status 0 on SIGTERM
 and no report from a sanitizer (ASan, LSan at exit, UBSan, TSan).
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-plinthd
 """A fake device for the daemon: kernel files, firmware, OS identity, tools.
 
     device = fakedevice.FakeDevice(self.workdir)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-plinthd
 """A device whose every Features answer is known, for the load and fault tests.
 
     device = knownanswers.KnownDevice(self)      # self: a DaemonTestCase

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-plinthd
 """Many bus clients calling the daemon at once, for the load tests.
 
     load = loadclients.Load(address, clients=16, in_flight=4)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-plinthd
 """A real RPM database of tiny packages, for tests and benchmarks.
 
     db = rpmdb.RpmDatabase(workdir)

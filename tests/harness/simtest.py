@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-plinthd
 """Bench for the SIM object: a mocked oFono, a private dconf database and a
 recorder of the daemon's SIM signals.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-plinthd
 """Drives that come and go, for the storage tests.
 
 Block devices come from umockdev: device descriptions in the umockdev record

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """The shipped bus policy, on a bus configured exactly like the machine's.
 
 The test process moves into a mount and network namespace of its own and

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """Camera resolutions, camera access changes and the device description file,
 through the daemon on a private bus.
 

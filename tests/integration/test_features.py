@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """The Features object of the real daemon on a fake device.
 
 Each test lays out a fake device (tests/harness/fakedevice.py: /proc, /sys,

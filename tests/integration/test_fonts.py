@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """getFontNames and getFontFamilyNames over the bus, with the daemon's fontconfig
 reading a configuration made by the test (FONTCONFIG_FILE)."""
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """The test bench itself: private bus, namespaces, fake programs, RPM databases."""
 
 import os

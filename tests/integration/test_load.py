@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """The real daemon under load: many clients at once, clients that leave before
 their replies, and SIGTERM in the middle of it all.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """The SIM object on the bus, driven by a mocked oFono and a real dconf database."""
 
 import dbus

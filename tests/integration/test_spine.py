@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """The daemon's life on the bus: name, objects, interfaces, exit paths, logging."""
 
 import os

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """The Storages object under load: thousands of queries from sixteen clients,
 each answer checked; clients that leave before their delayed replies; and the
 Features object answering throughout.

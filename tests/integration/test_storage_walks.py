@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """System storage queries walking trees that change under them, and a
 directory of 100,000 entries.
 

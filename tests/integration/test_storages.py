@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """External drives on the Storages object: recorded devices, real mounts, signals on the bus."""
 
 import glob

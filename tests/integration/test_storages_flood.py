@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """Many storage queries at once, from several clients, while drives come and go; and SIGTERM under load."""
 
 import signal

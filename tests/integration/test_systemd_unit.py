@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-plinthd
 """The shipped systemd unit and activation file, as configured in the build tree.
 
 systemd-analyze judges the unit: it must be valid, and the sandbox must keep

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // Linked into every program of the ThreadSanitizer build only: what the tool
 // needs to know about Debian's uninstrumented Qt.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_TESTS_PRIVATEDCONF_H
 #define PLINTHD_TESTS_PRIVATEDCONF_H
 

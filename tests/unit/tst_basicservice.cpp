@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // BasicService on a private system bus (run through with-private-bus).
 #include "basicservice.h"
 

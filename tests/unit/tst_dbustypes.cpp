@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // Marshalling of the structured answers, checked on a real bus round trip
 // (run through with-private-bus).
 #include "dbustypes.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The daemon's directory walker against the plain QDir/QFileInfo walk, on
 // generated trees: other owners (needs root for chown), links of every kind,
 // hidden and undecodable names, exclusions, odd spellings of the top path and

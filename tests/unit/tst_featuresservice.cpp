@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // FeaturesService on a private system bus (run through with-private-bus): what
 // its hardware provider announces reaches the bus.
 #include "featuresservice.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // FontInfo against the real fontconfig library, each case under a font
 // configuration of its own.
 #include "fontinfo.h"

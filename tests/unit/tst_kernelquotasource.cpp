@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The kernels here have no quota support: the real question must come back
 // unanswered, for every device, rather than with a made-up limit.
 #include "kernelquotasource.h"

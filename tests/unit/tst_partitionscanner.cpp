@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The mount table reader on fixture files, and the rules that turn mounts and
 // block devices into typed partitions. No devices, no bus.
 #include "partitionscanner.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The Linux platform classes against fake kernel and distribution files. The
 // test moves itself into a private mount namespace and mounts fake trees over
 // /sys/class, /sys/firmware, /etc and /usr/lib/os-release, so the classes read

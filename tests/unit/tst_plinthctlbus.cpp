@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The client's bus side on a private system bus (run through with-private-bus):
 // values as they really arrive from the wire, and batches of calls.
 #include "busquery.h"

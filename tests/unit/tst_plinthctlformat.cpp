@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The client's formatting units: sizes, JSON, labels, the text layout, the
 // command line, the interface descriptions and the monitor's entries.
 #include "busquery.h"

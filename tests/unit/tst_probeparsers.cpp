@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The text side of SysInfo's probes, fed good, odd and hostile input.
 #include "probeparsers.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // StoragesInfo on recorded devices (umockdev) and real mounts in the test's
 // own mount namespace: the summary and drive maps, the three slots with their
 // deliberate asymmetries, and queries on pool threads while the slots rebuild

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // StoragesService on a private system bus (run through with-private-bus): the
 // delayed replies from the pool, seen from a client connection of its own.
 #include "storagesservice.h"

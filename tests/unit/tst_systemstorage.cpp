@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The system categories on real folders and a real package database: the
 // test re-runs itself in a private mount namespace (needs root) with tmpfs
 // over /opt, /var/cache and /var/log.

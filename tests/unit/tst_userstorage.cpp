@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // The per-user breakdown of the user partition and the quota report, on a
 // real /home and a real account database: the test re-runs itself in a
 // private mount namespace with a tmpfs on /home and its own /etc/passwd

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHD_UMOCKDEVTESTBED_H
 #define PLINTHD_UMOCKDEVTESTBED_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_BUSQUERY_H
 #define PLINTHCTL_BUSQUERY_H
 

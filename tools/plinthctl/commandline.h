@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_COMMANDLINE_H
 #define PLINTHCTL_COMMANDLINE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #include "fields.h"
 
 #include "sizeformat.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_FIELDS_H
 #define PLINTHCTL_FIELDS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_INTERFACEDESCRIPTION_H
 #define PLINTHCTL_INTERFACEDESCRIPTION_H
 

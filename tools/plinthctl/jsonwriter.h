@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_JSONWRITER_H
 #define PLINTHCTL_JSONWRITER_H
 

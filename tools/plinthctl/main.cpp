@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 // plinthctl: asks plinthd on the system bus and shows its answers.
 
 #include "busquery.h"

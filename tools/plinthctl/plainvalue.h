@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_PLAINVALUE_H
 #define PLINTHCTL_PLAINVALUE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_REPORTS_H
 #define PLINTHCTL_REPORTS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_SIGNALMONITOR_H
 #define PLINTHCTL_SIGNALMONITOR_H
 

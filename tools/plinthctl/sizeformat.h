@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_SIZEFORMAT_H
 #define PLINTHCTL_SIZEFORMAT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-plinthd
 #ifndef PLINTHCTL_TEXTREPORT_H
 #define PLINTHCTL_TEXTREPORT_H
 
