@@ -19,9 +19,7 @@ UnknownMethod error. Every call is reported on the peer's standard output
 before it is handled, so a test can wait until the daemon is inside a call.
 
 A running peer can be told to fail (peer.fail(): every call gets a Failed
-error), to answer again (peer.answer()), or be stopped for a while as a peer
-that hangs does (peer.pause() and peer.resume(): the bus queues the calls
-meanwhile, and the peer answers them when it goes on).
+error) and to answer again (peer.answer()).
 """
 
 import json
@@ -89,12 +87,6 @@ class ScriptedPeer:
     def answer(self):
         """From now on calls are answered as scripted again."""
         self._command(ANSWER)
-
-    def pause(self):
-        self.process.send_signal(signal.SIGSTOP)
-
-    def resume(self):
-        self.process.send_signal(signal.SIGCONT)
 
     def kill(self):
         """Gone at once, as a crashed peer is: the bus drops its name and calls."""

@@ -26,9 +26,41 @@ gi.require_version('UMockdev', '1.0')
 from gi.repository import GLib, UMockdev  # noqa: E402
 
 import plinthtest  # noqa: E402
+from loadclients import sv  # noqa: E402
 
 DATA_DIR = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), 'data', 'storages')
 SECTOR = 512
+# The partitions of the recorded SD card (sdcard.umockdev), in sectors.
+SD_P1_SECTORS = 20480000
+SD_P2_SECTORS = 10633216
+
+
+def sd_card_answers(plugged=True, mounted_at=None, mounted_bytes=0):
+    """(summary, drives): what getExternalStorageInfo and
+    getExternalStorageDrivesInfo answer for the recorded SD card, unplugged, or
+    plugged with its first partition unmounted or mounted at MOUNTED_AT (a
+    tmpfs of MOUNTED_BYTES, all free)."""
+    mounted = plugged and mounted_at is not None
+    total = dbus.UInt64(mounted_bytes if mounted else 0)
+    summary = sv(deviceLabel=dbus.String('external storage'), mounted=dbus.Boolean(mounted),
+                 countMountedPartitions=dbus.UInt32(1 if mounted else 0), bytesTotal=total,
+                 bytesAvailable=total, bytesUsed=dbus.UInt64(0))
+    if not plugged:
+        return summary, dbus.Array([], signature='a{sv}')
+
+    def partition(name, mount_point, size, free):
+        return sv(partitionName=dbus.String(name), mountPoint=dbus.String(mount_point),
+                  partitionLabel=dbus.String(''), driveName=dbus.String('SD16G'),
+                  bytesTotal=dbus.Int64(size), bytesUsed=dbus.Int64(size - free), bytesAvailable=dbus.Int64(free))
+    # A partition that is not mounted is all used: nothing of it is free.
+    if mounted:
+        first = partition('PHOTOS 2024', mounted_at, mounted_bytes, mounted_bytes)
+    else:
+        first = partition('PHOTOS 2024', '', SD_P1_SECTORS * SECTOR, 0)
+    second = partition('backup', '', SD_P2_SECTORS * SECTOR, 0)
+    drives = dbus.Array([sv(driveName=dbus.String('SD16G'), driveType=dbus.String('SD'),
+                            partitionsInfo=dbus.Array([first, second], signature='a{sv}'))], signature='a{sv}')
+    return summary, drives
 
 
 def device_paths(name):

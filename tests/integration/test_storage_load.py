@@ -13,12 +13,9 @@ import dbus
 import cleanexit
 import loadclients
 import storagebench
-from loadclients import sv
 from plinthtest import FEATURES_IFACE, FEATURES_PATH, STORAGES_IFACE, STORAGES_PATH
-from storagebench import SECTOR
 
-MiB = 1024 * 1024
-SD_P2_SECTORS = 10633216
+CARD_BYTES = 8 * 1024 * 1024
 CLIENTS = 16
 
 
@@ -32,7 +29,7 @@ class StorageLoadTestCase(loadclients.LoadAssertions, cleanexit.CleanExit, stora
 
     def start_with_sd_card(self):
         daemon = self.start_storage_daemon(devices=('emmc', 'sdcard'))
-        where = self.mount('mmcblk1p1', 8 * MiB)
+        where = self.mount('mmcblk1p1', CARD_BYTES)
         return daemon, where
 
     def calls(self, where):
@@ -46,20 +43,7 @@ class StorageLoadTestCase(loadclients.LoadAssertions, cleanexit.CleanExit, stora
                 return None if ok else 'not a{%s}: %r' % (signature, value)
             return check
 
-        summary = sv(deviceLabel=dbus.String('external storage'), mounted=dbus.Boolean(True),
-                     countMountedPartitions=dbus.UInt32(1), bytesTotal=dbus.UInt64(8 * MiB),
-                     bytesAvailable=dbus.UInt64(8 * MiB), bytesUsed=dbus.UInt64(0))
-        partitions = dbus.Array([
-            sv(partitionName=dbus.String('PHOTOS 2024'), mountPoint=dbus.String(where),
-               partitionLabel=dbus.String(''), driveName=dbus.String('SD16G'),
-               bytesTotal=dbus.Int64(8 * MiB), bytesUsed=dbus.Int64(0), bytesAvailable=dbus.Int64(8 * MiB)),
-            sv(partitionName=dbus.String('backup'), mountPoint=dbus.String(''),
-               partitionLabel=dbus.String(''), driveName=dbus.String('SD16G'),
-               bytesTotal=dbus.Int64(SD_P2_SECTORS * SECTOR), bytesUsed=dbus.Int64(SD_P2_SECTORS * SECTOR),
-               bytesAvailable=dbus.Int64(0)),
-        ], signature='a{sv}')
-        drives = dbus.Array([sv(driveName=dbus.String('SD16G'), driveType=dbus.String('SD'),
-                                partitionsInfo=partitions)], signature='a{sv}')
+        summary, drives = storagebench.sd_card_answers(mounted_at=where, mounted_bytes=CARD_BYTES)
         return [
             storages('getExternalStorageInfo', summary),
             storages('getExternalStorageDrivesInfo', drives),

@@ -42,6 +42,7 @@ import argparse
 import collections
 import os
 import random
+import signal
 import sys
 import time
 
@@ -54,10 +55,9 @@ import loadclients
 import scriptedpeer
 import simtest
 import storagebench
-from loadclients import sv, variant
+from loadclients import variant
 from plinthtest import (BUS_NAME, FEATURES_IFACE, FEATURES_PATH, SIM_IFACE, SIM_PATH,
                         STORAGES_IFACE, STORAGES_PATH)
-from storagebench import SECTOR
 
 DEFAULT_SECONDS = 120
 ROUNDS = 3
@@ -87,8 +87,6 @@ RSS_GROWTH_LIMIT_KIB = 1024
 
 MiB = 1024 * 1024
 CARD_MOUNT_BYTES = 8 * MiB
-SD_P1_SECTORS = 20480000
-SD_P2_SECTORS = 10633216
 USER_MANAGER = 'org.brisaos.usermanager'
 SYSTEMD = 'org.freedesktop.systemd1'
 POLICY_MANAGER = 'org.norvu.PolicyManager'
@@ -129,13 +127,18 @@ class World:
         self.history.append((time.monotonic(), state))
 
     def states_during(self, start, end, lag=0.0):
-        """Every state in force at some moment of [start - lag, end]."""
+        """Every state in force at some moment of [start - lag, end].
+
+        Replies are checked as they come, so the states they need are near
+        the end of the history: it is read backwards, up to the state in
+        force at the start."""
         start -= lag
         states = []
-        for index, (since, state) in enumerate(self.history):
-            until = self.history[index + 1][0] if index + 1 < len(self.history) else float('inf')
-            if since <= end and until >= start:
+        for since, state in reversed(self.history):
+            if since <= end:
                 states.append(state)
+            if since <= start:
+                break
         return states
 
 
@@ -207,32 +210,8 @@ class Expectations:
 
     def external(self, state):
         """(summary, drives) for a world state's card and mount."""
-        plugged, mounted = state['card'], state['mounted']
-        total = dbus.UInt64(CARD_MOUNT_BYTES if plugged and mounted else 0)
-        summary = sv(deviceLabel=dbus.String('external storage'), mounted=dbus.Boolean(plugged and mounted),
-                     countMountedPartitions=dbus.UInt32(1 if plugged and mounted else 0), bytesTotal=total,
-                     bytesAvailable=total, bytesUsed=dbus.UInt64(0))
-        if not plugged:
-            return summary, dbus.Array([], signature='a{sv}')
-        if mounted:
-            first = sv(partitionName=dbus.String('PHOTOS 2024'), mountPoint=dbus.String(self.where),
-                       partitionLabel=dbus.String(''), driveName=dbus.String('SD16G'),
-                       bytesTotal=dbus.Int64(CARD_MOUNT_BYTES), bytesUsed=dbus.Int64(0),
-                       bytesAvailable=dbus.Int64(CARD_MOUNT_BYTES))
-        else:
-            # A partition that is not mounted is all used: nothing of it is free.
-            first = sv(partitionName=dbus.String('PHOTOS 2024'), mountPoint=dbus.String(''),
-                       partitionLabel=dbus.String(''), driveName=dbus.String('SD16G'),
-                       bytesTotal=dbus.Int64(SD_P1_SECTORS * SECTOR),
-                       bytesUsed=dbus.Int64(SD_P1_SECTORS * SECTOR), bytesAvailable=dbus.Int64(0))
-        second = sv(partitionName=dbus.String('backup'), mountPoint=dbus.String(''),
-                    partitionLabel=dbus.String(''), driveName=dbus.String('SD16G'),
-                    bytesTotal=dbus.Int64(SD_P2_SECTORS * SECTOR),
-                    bytesUsed=dbus.Int64(SD_P2_SECTORS * SECTOR), bytesAvailable=dbus.Int64(0))
-        drives = dbus.Array([sv(driveName=dbus.String('SD16G'), driveType=dbus.String('SD'),
-                                partitionsInfo=dbus.Array([first, second], signature='a{sv}'))],
-                            signature='a{sv}')
-        return summary, drives
+        return storagebench.sd_card_answers(plugged=state['card'], mounted_at=self.where if state['mounted'] else None,
+                                            mounted_bytes=CARD_MOUNT_BYTES)
 
     def external_summary(self, value, states):
         if any(s['card'] == CHANGING or s['mounted'] == CHANGING for s in states):
@@ -490,9 +469,9 @@ class SoakTest(simtest.SimTestCase, storagebench.StorageTestCase):
             process.kill()
 
     def signal_peer(self, peer, stop):
-        process = self.peers[peer]
-        process = getattr(process, 'process', process)
-        process.send_signal(19 if stop else 18)  # SIGSTOP, SIGCONT
+        """Stops a peer as one that hangs, or lets it go on: the bus queues the
+        calls meanwhile, and the peer answers them when it goes on."""
+        self.peers[peer].process.send_signal(signal.SIGSTOP if stop else signal.SIGCONT)
 
     def apply(self, name, argument):
         target, action = name.split('.')
