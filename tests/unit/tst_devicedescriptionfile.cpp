@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "devicedescriptionfile.h"
+#include "mountnamespace.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -7,6 +8,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLoggingCategory>
 #include <QProcess>
 #include <QSet>
 #include <QTemporaryDir>
@@ -78,16 +80,20 @@ private slots:
     void writesIndentedDocument();
     void keepsMode();
     void keepsOwner();
-    void leftAloneWhenOwnerCannotBeKept();
+    void writtenInPlaceWhenOwnerCannotBeKept();
     void followsSymlink();
     void readOnlyFileIsLeftUntouchedSilently();
-    void notReplacedInPlaceWhenDirectoryIsReadOnly();
+    void writtenInPlaceWhenDirectoryIsReadOnly();
+    void writtenInPlaceWhenFileIsABindMount();
+    void failedInPlaceWriteLeavesOldContent();
+    void keysDifferingAfterNulLeaveFileUntouched();
     void readerNeverSeesPartialDocument();
 
 private:
     QString writeSpec(const QByteArray &content, mode_t mode = 0644);
     QJsonObject readSpec() const;
     QProcess *runRecorder(const QStringList &arguments, bool asNobody);
+    void verifyRewrittenInPlace(const FileState &before, double value) const;
 
     QScopedPointer<QTemporaryDir> m_dir;
     QString m_path;
@@ -272,10 +278,10 @@ void TestDeviceDescriptionFile::keepsOwner()
     QVERIFY(!readSpec().value(QLatin1String("phone")).toObject().isEmpty());
 }
 
-// The daemon's unit gives root no CAP_CHOWN: the new file could not be given
-// to the old one's owner, and replacing the file would hand it to root. It is
-// left as it is instead.
-void TestDeviceDescriptionFile::leftAloneWhenOwnerCannotBeKept()
+// The daemon's unit gives root no CAP_CHOWN: a new file could not be given to
+// the old one's owner, and replacing the file would hand it to root. The file
+// is written in place instead, which keeps its owner.
+void TestDeviceDescriptionFile::writtenInPlaceWhenOwnerCannotBeKept()
 {
     if (::geteuid() != 0)
         QSKIP("giving a file to another user needs root");
@@ -292,10 +298,8 @@ void TestDeviceDescriptionFile::leftAloneWhenOwnerCannotBeKept()
     QVERIFY(recorder->waitForFinished(10000));
 
     QCOMPARE(recorder->exitStatus(), QProcess::NormalExit);
-    QCOMPARE(recorder->exitCode(), 1);
-    QVERIFY(FileState::of(m_path) == before);
-    QCOMPARE(QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::Hidden),
-             QStringList{QStringLiteral("specification.json")});
+    QCOMPARE(recorder->exitCode(), 0);
+    verifyRewrittenInPlace(before, 12);
 }
 
 // Installations may point the path at a file elsewhere; the link stays a link
@@ -313,6 +317,22 @@ void TestDeviceDescriptionFile::followsSymlink()
 
     QVERIFY(QFileInfo(m_path).isSymLink());
     QVERIFY(!readSpec().value(QLatin1String("phone")).toObject().value(QLatin1String("camera")).toObject().isEmpty());
+}
+
+// Same inode, owner and mode as before, the new value in the first entry, and
+// no temporary file left beside it.
+void TestDeviceDescriptionFile::verifyRewrittenInPlace(const FileState &before, double value) const
+{
+    const FileState after = FileState::of(m_path);
+    QCOMPARE(after.inode, before.inode);
+    QCOMPARE(after.owner, before.owner);
+    QCOMPARE(after.group, before.group);
+    QCOMPARE(after.mode, before.mode);
+    QCOMPARE(readSpec().value(QLatin1String("phone")).toObject().value(QLatin1String("camera")).toObject()
+                 .value(QLatin1String("backResolutions")).toArray(),
+             QJsonArray{value});
+    QCOMPARE(QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::Hidden),
+             QStringList{QStringLiteral("specification.json")});
 }
 
 // Runs this test binary as a one-shot recorder (see main()), as the user
@@ -356,9 +376,9 @@ void TestDeviceDescriptionFile::readOnlyFileIsLeftUntouchedSilently()
              QStringList{QStringLiteral("specification.json")});
 }
 
-// A writable file in a folder the daemon may not write to could only be
-// rewritten in place, which a crash could leave truncated; it is left alone.
-void TestDeviceDescriptionFile::notReplacedInPlaceWhenDirectoryIsReadOnly()
+// A writable file in a folder the daemon may not write to cannot be replaced,
+// only rewritten in place.
+void TestDeviceDescriptionFile::writtenInPlaceWhenDirectoryIsReadOnly()
 {
     const bool asRoot = ::geteuid() == 0;
     writeSpec(R"({"phone": {}})", 0644);
@@ -371,8 +391,90 @@ void TestDeviceDescriptionFile::notReplacedInPlaceWhenDirectoryIsReadOnly()
 
     QVERIFY(::chmod(QFile::encodeName(m_dir->path()).constData(), 0700) == 0);
     QCOMPARE(recorder->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(recorder->exitCode(), 0);
+    verifyRewrittenInPlace(before, 12);
+}
+
+// A file bind-mounted over the path (an image's way of shipping it) cannot be
+// renamed over: EBUSY. The bind mount's source gets the new content.
+void TestDeviceDescriptionFile::writtenInPlaceWhenFileIsABindMount()
+{
+    if (!MountNamespace::inside())
+        QSKIP("bind mounts need root in a mount namespace of its own");
+    const QString source = m_dir->filePath(QStringLiteral("shipped.json"));
+    writeSpec(R"({"phone": {}})", 0644);
+    QVERIFY(QFile::copy(m_path, source));
+    QVERIFY(MountNamespace::mount({QStringLiteral("--bind"), source, m_path}));
+    const FileState before = FileState::of(m_path);
+
+    const bool written = DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12);
+
+    const FileState after = FileState::of(m_path);
+    QVERIFY(QProcess::execute(QStringLiteral("umount"), {m_path}) == 0);
+    QVERIFY(written);
+    QCOMPARE(after.inode, before.inode);
+    const QJsonObject camera = QJsonDocument::fromJson(FileState::of(source).content)
+                                   .object().value(QLatin1String("phone")).toObject()
+                                   .value(QLatin1String("camera")).toObject();
+    QCOMPARE(camera.value(QLatin1String("backResolutions")).toArray(), QJsonArray{12});
+}
+
+// The in-place write runs out of space halfway: the old document is put back
+// rather than left cut off. A tiny file system that the file nearly fills, in
+// a folder the recorder (nobody) may not write to, so only in place is left.
+void TestDeviceDescriptionFile::failedInPlaceWriteLeavesOldContent()
+{
+    if (!MountNamespace::inside())
+        QSKIP("a small file system needs root in a mount namespace of its own");
+    const int pageSize = int(::sysconf(_SC_PAGESIZE));
+    const QString folder = m_dir->filePath(QStringLiteral("small"));
+    QVERIFY(QDir().mkpath(folder));
+    QVERIFY(::chmod(QFile::encodeName(m_dir->path()).constData(), 0755) == 0);
+    QVERIFY(MountNamespace::mount({QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
+                                   QStringLiteral("size=%1,mode=0555").arg(4 * pageSize), QStringLiteral("tmpfs"), folder}));
+    const QString path = QDir(folder).filePath(QStringLiteral("specification.json"));
+    // Compact, it ends just short of the third page's end; indented and with
+    // the camera entry, it needs a fourth, which the filler has taken.
+    const QJsonObject document{{QStringLiteral("phone"), QJsonObject()},
+                               {QStringLiteral("zz-notes"), QString(3 * pageSize - 40, QLatin1Char('x'))}};
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY(file.write(QJsonDocument(document).toJson(QJsonDocument::Compact)) > 0);
+        QVERIFY(file.flush());
+        file.close();
+        QFile filler(QDir(folder).filePath(QStringLiteral("filler")));
+        QVERIFY(filler.open(QIODevice::WriteOnly));
+        while (filler.write(QByteArray(512, 'f')) == 512 && filler.flush()) {
+        }
+    }
+    QVERIFY(::chown(QFile::encodeName(path).constData(), NobodyId, NobodyId) == 0);
+    const QByteArray before = FileState::of(path).content;
+
+    // The indented document with the camera entry is longer than the compact
+    // one and no longer fits.
+    QProcess *recorder = runRecorder({path, QStringLiteral("backResolutions"), QStringLiteral("12")}, true);
+
+    const QByteArray after = FileState::of(path).content;
+    QVERIFY(QProcess::execute(QStringLiteral("umount"), {folder}) == 0);
+    QCOMPARE(recorder->exitStatus(), QProcess::NormalExit);
     QCOMPARE(recorder->exitCode(), 1);
-    QCOMPARE(recorder->readAllStandardError(), QByteArray());
+    QCOMPARE(after, before);
+    // The write did reach the file: the recorder could read it and tried.
+    const QByteArray said = recorder->readAllStandardError();
+    QVERIFY2(said.contains("in place"), said.constData());
+}
+
+// Qt's JSON objects take keys that differ only after a NUL character for one
+// key; a rewrite could drop one of them, so the file is not rewritten.
+void TestDeviceDescriptionFile::keysDifferingAfterNulLeaveFileUntouched()
+{
+    writeSpec(QByteArray("{\"z\0d\":null,\"z\0\0\0\":null}", 24));
+    const FileState before = FileState::of(m_path);
+    QCOMPARE(QJsonDocument::fromJson(before.content).object().size(), 2);
+
+    QVERIFY(!DeviceDescriptionFile(m_path).record(QStringLiteral("backResolutions"), 12));
+
     QVERIFY(FileState::of(m_path) == before);
 }
 
@@ -464,10 +566,13 @@ int main(int argc, char *argv[])
 {
     if (argc == 5 && qstrcmp(argv[1], "--record") == 0) {
         QCoreApplication app(argc, argv);
+        // As under PLINTHD_DEBUG: the tests read what the recorder says.
+        QLoggingCategory::setFilterRules(QStringLiteral("plinthd.debug=true"));
         const bool written = DeviceDescriptionFile(QString::fromLocal8Bit(argv[2]))
                                  .record(QString::fromLocal8Bit(argv[3]), QByteArray(argv[4]).toDouble());
         return written ? 0 : 1;
     }
+    MountNamespace::enter(argc, argv);
     QCoreApplication app(argc, argv);
     TestDeviceDescriptionFile test;
     return QTest::qExec(&test, argc, argv);
