@@ -11,6 +11,13 @@
 #include <QDir>
 #include <QStorageInfo>
 
+namespace {
+
+// The kernel counts quotas in blocks of 1 KiB.
+const int QuotaBlockShift = 10;
+
+} // namespace
+
 UserStorageBreakdown::UserStorageBreakdown(const QuotaSource &quotas) : m_quotas(quotas) { }
 
 qint64 UserStorageBreakdown::directorySize(const QString &path, const QSet<QString> &excluded, uint ownerUid)
@@ -27,13 +34,6 @@ QByteArray UserStorageBreakdown::homeDevice()
 {
     return QStorageInfo(QStringLiteral("/home")).device();
 }
-
-namespace {
-
-// The kernel counts quotas in blocks of 1 KiB.
-const int QuotaBlockShift = 10;
-
-} // namespace
 
 UserStorageBreakdown::QuotaLimit UserStorageBreakdown::fill(uint uid, QVariantMap &map) const
 {
