@@ -7,7 +7,6 @@
 #include "storagesservice.h"
 
 #include <QCoreApplication>
-#include <QLoggingCategory>
 #include <QSocketNotifier>
 #include <QThreadPool>
 
@@ -17,22 +16,8 @@
 
 namespace {
 
-bool debugEnabled = false;
-QLoggingCategory::CategoryFilter previousCategoryFilter = nullptr;
 // [0] is written by the SIGTERM handler, [1] is watched by the event loop.
 int termSocketPair[2] = {-1, -1};
-
-// Qt's own rules (QT_LOGGING_RULES, qtlogging.ini) are applied first; the switch
-// only ever adds debug and info, it never silences anything those rules enabled.
-void plinthCategoryFilter(QLoggingCategory *category)
-{
-    if (previousCategoryFilter)
-        previousCategoryFilter(category);
-    if (debugEnabled && qstrncmp(category->categoryName(), "plinthd", 7) == 0) {
-        category->setEnabled(QtDebugMsg, true);
-        category->setEnabled(QtInfoMsg, true);
-    }
-}
 
 // Async-signal context: the byte turns SIGTERM into an ordinary event-loop event.
 void termSignalHandler(int)
@@ -48,8 +33,8 @@ int main(int argc, char *argv[])
 {
     PlinthTypes::registerQuotaInfoMap();
 
-    debugEnabled = !qgetenv("PLINTHD_DEBUG").isEmpty();
-    previousCategoryFilter = QLoggingCategory::installFilter(plinthCategoryFilter);
+    // Any value but the empty one switches debug output on, "0" included.
+    Logging::installDebugSwitch(!qgetenv("PLINTHD_DEBUG").isEmpty());
 
     auto *app = new QCoreApplication(argc, argv);
     qCDebug(lcPlinthd) << "Plinth daemon application created";

@@ -31,53 +31,37 @@ FeaturesService::FeaturesService(QObject *parent)
 FeaturesService::~FeaturesService()
 {
     delete fontInfo;
-    fontInfo = nullptr;
     delete localeInfo;
-    localeInfo = nullptr;
     delete sysInfo;
-    sysInfo = nullptr;
 }
 
-uint FeaturesService::osType() const { return sysInfo ? sysInfo->osType() : 0; }
-bool FeaturesService::isOsCertified() const { return sysInfo ? sysInfo->isOsCertified() : false; }
-bool FeaturesService::isOsEmulated() const { return sysInfo ? sysInfo->isOsEmulated() : false; }
+uint FeaturesService::osType() const { return sysInfo->osType(); }
+bool FeaturesService::isOsCertified() const { return sysInfo->isOsCertified(); }
+bool FeaturesService::isOsEmulated() const { return sysInfo->isOsEmulated(); }
 
-bool FeaturesService::hasGNSS() { return sysInfo ? sysInfo->hasGNSS() : false; }
-bool FeaturesService::hasNFC() { return sysInfo ? sysInfo->hasNFC() : false; }
-bool FeaturesService::hasBluetooth() { return sysInfo ? sysInfo->hasBluetooth() : false; }
-bool FeaturesService::hasWlan() { return sysInfo ? sysInfo->hasWlan() : false; }
-uint FeaturesService::getMaxCpuClockSpeed() { return sysInfo ? sysInfo->getMaxCpuClockSpeed() : 0; }
-uint FeaturesService::getNumberCpuCores() { return sysInfo ? sysInfo->getNumberCpuCores() : 0; }
-QString FeaturesService::getCpuModel() { return sysInfo ? sysInfo->getCpuModel() : QString(); }
-QVariantList FeaturesService::getMaxCpuCoresClockSpeed() { return sysInfo ? sysInfo->getMaxCpuCoresClockSpeed() : QVariantList(); }
-uint FeaturesService::getBatteryChargePercentage() { return sysInfo ? sysInfo->getBatteryChargePercentage() : 0; }
-qulonglong FeaturesService::getRamTotalSize() { return sysInfo ? sysInfo->getRamTotalSize() : 0; }
-qulonglong FeaturesService::getRamFreeSize() { return sysInfo ? sysInfo->getRamFreeSize() : 0; }
-QString FeaturesService::getScreenResolution() { return sysInfo ? sysInfo->getScreenResolution() : QString(); }
-QString FeaturesService::getOsVersion() { return sysInfo ? sysInfo->getOsVersion() : QString(); }
-QString FeaturesService::getDeviceModel() { return sysInfo ? sysInfo->getDeviceModel() : QString(); }
-QString FeaturesService::getSerialNumber() { return sysInfo ? sysInfo->getSerialNumber() : QString(); }
-QString FeaturesService::getLocale() { return localeInfo ? localeInfo->getLocale() : QString(); }
-QStringList FeaturesService::getLocales() { return localeInfo ? localeInfo->getLocales() : QStringList(); }
-QStringList FeaturesService::getFontNames() { return fontInfo ? fontInfo->getFontNames() : QStringList(); }
-QStringList FeaturesService::getFontFamilyNames() { return fontInfo ? fontInfo->getFontFamilyNames() : QStringList(); }
+bool FeaturesService::hasGNSS() { return sysInfo->hasGNSS(); }
+bool FeaturesService::hasNFC() { return sysInfo->hasNFC(); }
+bool FeaturesService::hasBluetooth() { return sysInfo->hasBluetooth(); }
+bool FeaturesService::hasWlan() { return sysInfo->hasWlan(); }
+uint FeaturesService::getMaxCpuClockSpeed() { return sysInfo->getMaxCpuClockSpeed(); }
+uint FeaturesService::getNumberCpuCores() { return sysInfo->getNumberCpuCores(); }
+QString FeaturesService::getCpuModel() { return sysInfo->getCpuModel(); }
+QVariantList FeaturesService::getMaxCpuCoresClockSpeed() { return sysInfo->getMaxCpuCoresClockSpeed(); }
+uint FeaturesService::getBatteryChargePercentage() { return sysInfo->getBatteryChargePercentage(); }
+qulonglong FeaturesService::getRamTotalSize() { return sysInfo->getRamTotalSize(); }
+qulonglong FeaturesService::getRamFreeSize() { return sysInfo->getRamFreeSize(); }
+QString FeaturesService::getScreenResolution() { return sysInfo->getScreenResolution(); }
+QString FeaturesService::getOsVersion() { return sysInfo->getOsVersion(); }
+QString FeaturesService::getDeviceModel() { return sysInfo->getDeviceModel(); }
+QString FeaturesService::getSerialNumber() { return sysInfo->getSerialNumber(); }
+QString FeaturesService::getLocale() { return localeInfo->getLocale(); }
+QStringList FeaturesService::getLocales() { return localeInfo->getLocales(); }
+QStringList FeaturesService::getFontNames() { return fontInfo->getFontNames(); }
+QStringList FeaturesService::getFontFamilyNames() { return fontInfo->getFontFamilyNames(); }
 
-// A resolution that has not been measured yet is answered as 0.0.
-double FeaturesService::getMainCameraResolution()
-{
-    if (!sysInfo)
-        return 0.0;
-    const double resolution = sysInfo->getMainCameraResolution();
-    return resolution > 0.0 ? resolution : 0.0;
-}
-
-double FeaturesService::getFrontalCameraResolution()
-{
-    if (!sysInfo)
-        return 0.0;
-    const double resolution = sysInfo->getFrontalCameraResolution();
-    return resolution > 0.0 ? resolution : 0.0;
-}
+// The provider answers a resolution that has not been measured yet as 0.0.
+double FeaturesService::getMainCameraResolution() { return sysInfo->getMainCameraResolution(); }
+double FeaturesService::getFrontalCameraResolution() { return sysInfo->getFrontalCameraResolution(); }
 
 // Asked on every call: the system time zone may change while the daemon runs.
 QString FeaturesService::getTimeZone()

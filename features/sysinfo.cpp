@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "sysinfo.h"
 
+#include "filecontent.h"
 #include "logging.h"
 #include "packagedatabase.h"
 #include "probeparsers.h"
@@ -13,8 +14,9 @@
 #include <QCamera>
 #include <QDBusConnection>
 #include <QDBusInterface>
-#include <QFile>
 #include <QProcess>
+
+#include <optional>
 
 namespace {
 
@@ -61,15 +63,26 @@ void warnUnreadable(const QString &path)
     qCWarning(lcPlinthd).noquote() << QStringLiteral("Can't read file ") + path;
 }
 
+// The content of a kernel file; nothing (and a warning) when it cannot be
+// opened. A file that opens but fails to read counts as empty, not as missing.
+std::optional<QByteArray> readKernelFile(const QString &path)
+{
+    bool opened = false;
+    const QByteArray bytes = FileContent::read(path, &opened);
+    if (!opened) {
+        warnUnreadable(path);
+        return std::nullopt;
+    }
+    return bytes;
+}
+
 // The lines of a kernel file; false (and a warning) when it cannot be opened.
 bool readFileLines(const QString &path, QStringList *lines)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        warnUnreadable(path);
+    const std::optional<QByteArray> bytes = readKernelFile(path);
+    if (!bytes)
         return false;
-    }
-    *lines = ProbeParsers::splitLines(file.readAll());
+    *lines = ProbeParsers::splitLines(*bytes);
     return true;
 }
 
@@ -131,13 +144,8 @@ void SysInfo::probeProcessor()
         runShellForLines(shell, QStringLiteral("cat /proc/cpuinfo | grep Hardware")));
     if (!cpuModel.isEmpty())
         return;
-    QFile compatible(CompatiblePath);
-    if (!compatible.open(QIODevice::ReadOnly)) {
-        warnUnreadable(CompatiblePath);
-        cpuModel = QString();
-        return;
-    }
-    cpuModel = ProbeParsers::modelFromCompatible(compatible.readAll());
+    const std::optional<QByteArray> compatible = readKernelFile(CompatiblePath);
+    cpuModel = compatible ? ProbeParsers::modelFromCompatible(*compatible) : QString();
 }
 
 void SysInfo::probeCertification()

@@ -77,17 +77,14 @@ QVariantMap SimInfo::simCard(bool enabled, const QString &operatorName, bool pre
 
 int SimInfo::usageModeFromValue(const QVariant &value)
 {
-    bool ok = false;
-    const int mode = value.toInt(&ok);
-    return ok ? mode : 2;
+    return value.canConvert<int>() ? value.toInt() : DefaultVoiceSimOnEveryNotice;
 }
 
 void SimInfo::defaultVoiceSimChanged(QString value)
 {
     readVoiceSimUsageMode();
-    // Only mode 1 ignores a repeated identity; mode 2 and the others announce
-    // it again.
-    if (value == m_defaultVoiceSim && m_voiceSimUsageMode == 1)
+    // Only one mode ignores a repeated identity; the others announce it again.
+    if (value == m_defaultVoiceSim && m_voiceSimUsageMode == DefaultVoiceSimOnChange)
         return;
     m_defaultVoiceSim = usageModeKeepsDefaultVoiceSim() ? value : QString();
     rebuild();
@@ -147,7 +144,7 @@ void SimInfo::readVoiceSimUsageMode()
 
 bool SimInfo::usageModeKeepsDefaultVoiceSim() const
 {
-    return m_voiceSimUsageMode == 1 || m_voiceSimUsageMode == 2;
+    return m_voiceSimUsageMode == DefaultVoiceSimOnChange || m_voiceSimUsageMode == DefaultVoiceSimOnEveryNotice;
 }
 
 QVariantMap SimInfo::simCard(const QOfonoSimManager &sim) const

@@ -42,7 +42,18 @@ public:
                                     bool multipleModems, int presentSimCount);
     static QVariantMap simCard(bool enabled, const QString &operatorName, bool preferredDataTransfer,
                                bool preferredVoiceCall, const QString &simName);
-    // Unset or not a number: 2.
+    // The values of the voice-SIM usage setting that keep the modem manager's
+    // default voice SIM; any other value means no SIM is preferred for voice.
+    enum VoiceSimUsageMode {
+        // A repeated notice of the same default voice SIM is not announced.
+        DefaultVoiceSimOnChange = 1,
+        // Every notice is announced, repeated or not. Also the mode of a
+        // setting that is unset or holds something that is not a number.
+        DefaultVoiceSimOnEveryNotice = 2,
+    };
+
+    // The setting's value as a number when it converts to one (a text that is
+    // not a number reads as 0), else DefaultVoiceSimOnEveryNotice.
     static int usageModeFromValue(const QVariant &value);
 
 signals:
@@ -60,8 +71,7 @@ private slots:
 
 private:
     void readVoiceSimUsageMode();
-    // Modes 1 and 2 follow the modem manager's default voice SIM; any other
-    // mode means no SIM is preferred for voice.
+    // True in the two modes that follow the modem manager's default voice SIM.
     bool usageModeKeepsDefaultVoiceSim() const;
     QVariantMap simCard(const QOfonoSimManager &sim) const;
     void rebuild();

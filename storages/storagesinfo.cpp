@@ -19,6 +19,18 @@
 
 namespace {
 
+// The partition selections the summaries are made of. The internal memory is
+// every partition of the device's own storage; the user's data lives on the
+// user partition and the internal data partitions beside it.
+const Partition::StorageTypes InternalMemoryPartitions = Partition::System | Partition::User | Partition::Mass;
+const Partition::StorageTypes UserDataPartitions = Partition::User | Partition::Mass;
+const Partition::StorageTypes UserPartitionOnly = Partition::User;
+
+// Stands for the current user when the user manager cannot say who that is:
+// far above the uids accounts are given, so it names nobody and the name
+// comes out empty.
+const uint UnknownUid = 999999;
+
 QVariantMap partitionMap(const Partition &partition)
 {
     using namespace StorageKeys;
@@ -38,11 +50,11 @@ QVariantMap partitionMap(const Partition &partition)
 QString driveType(int connectionBus)
 {
     switch (connectionBus) {
-    case 0:
+    case Partition::SDBus:
         return QStringLiteral("SD");
-    case 1:
+    case Partition::USBBus:
         return QStringLiteral("USB");
-    case 2:
+    case Partition::IEEE1394Bus:
         return QStringLiteral("IEEE1394");
     default:
         return QStringLiteral("Unknown");
@@ -221,7 +233,7 @@ QVariantMap StoragesInfo::getInternalStorageInfo()
 {
     QMutexLocker locker(&mutex);
     partitionManager->refresh();
-    fillPartitionsSummary(Partition::System | Partition::User | Partition::Mass, internalStorageInfo);
+    fillPartitionsSummary(InternalMemoryPartitions, internalStorageInfo);
     return internalStorageInfo;
 }
 
@@ -233,7 +245,7 @@ QVariantMap StoragesInfo::getInternalUserPartitionInfo()
     {
         QMutexLocker locker(&mutex);
         partitionManager->refresh();
-        fillPartitionsSummary(Partition::User | Partition::Mass, result);
+        fillPartitionsSummary(UserDataPartitions, result);
         ok = getCurrentUid(uid);
     }
     // The walks run unlocked: other queries need not wait for them.
@@ -254,24 +266,23 @@ QuotaInfoMap StoragesInfo::getUsersQuotaInfo()
     {
         QMutexLocker locker(&mutex);
         partitionManager->refresh();
-        fillPartitionsSummary(Partition::User | Partition::Mass, summary);
+        fillPartitionsSummary(UserDataPartitions, summary);
         if (!getCurrentUid(uid))
             return QuotaInfoMap();
     }
     const UserStorageBreakdown breakdown(*quotaSource);
-    return UserQuotaReport(*quotaSource, breakdown).collect(uid, summary);
+    return UserQuotaReport(breakdown).collect(uid, summary);
 }
 
 void StoragesInfo::fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map)
 {
     map.clear();
-    const int kind = int(types);
     qint64 total = 0;
     qint64 available = 0;
     QString filesystemType;
     QString label;
     for (const Partition &partition : partitionManager->partitions(types)) {
-        if (kind == 7) {
+        if (types == InternalMemoryPartitions) {
             // The internal memory is measured through the file system of each
             // mount point, the user partition by the platform's own figures.
             QStorageInfo storage;
@@ -279,7 +290,7 @@ void StoragesInfo::fillPartitionsSummary(Partition::StorageTypes types, QVariant
             total += storage.bytesTotal();
             available += storage.bytesAvailable();
             label = FigureKeys::InternalMemoryLabel;
-        } else if (kind == 6 || kind == 2) {
+        } else if (types == UserDataPartitions || types == UserPartitionOnly) {
             total += partition.bytesTotalLimit();
             available += partition.bytesAvailable();
             label = QStringLiteral("%1 %2").arg(currentUserName(), FigureKeys::PartitionWord);
@@ -314,7 +325,7 @@ bool StoragesInfo::getCurrentUid(uint &uid)
 
 QString StoragesInfo::currentUserName()
 {
-    uint uid = 999999;
+    uint uid = UnknownUid;
     getCurrentUid(uid);
     return DeviceUsers::userName(uid);
 }

@@ -3,12 +3,11 @@
 
 #include "deviceusers.h"
 #include "figurekeys.h"
-#include "quotasource.h"
 #include "storagekeys.h"
 #include "userstoragebreakdown.h"
 
-UserQuotaReport::UserQuotaReport(const QuotaSource &quotas, const UserStorageBreakdown &breakdown)
-    : m_quotas(quotas), m_breakdown(breakdown)
+UserQuotaReport::UserQuotaReport(const UserStorageBreakdown &breakdown)
+    : m_breakdown(breakdown)
 {
 }
 
@@ -18,16 +17,15 @@ QuotaInfoMap UserQuotaReport::collect(uint currentUid, QVariantMap &summary) con
     QuotaInfoMap report;
     for (uint uid : users) {
         QVariantMap quota;
-        // A failure is logged once per user by the breakdown, not here.
-        const std::optional<quint64> softLimit = m_quotas.userBlockSoftLimit(UserStorageBreakdown::homeDevice(), uid);
-        m_breakdown.fill(uid, summary);
-        if (!softLimit || *softLimit == 0) {
+        // The breakdown asks for the quota and logs a failure, once per user.
+        const UserStorageBreakdown::QuotaLimit limitBytes = m_breakdown.fill(uid, summary);
+        if (!limitBytes || *limitBytes == 0) {
             quota[FigureKeys::QuotaIsSet] = false;
             quota[FigureKeys::QuotaLimit] = summary[StorageKeys::BytesTotal];
             quota[FigureKeys::QuotaAvailable] = summary[StorageKeys::BytesAvailable];
         } else {
             const quint64 used = summary[StorageKeys::BytesUsed].toULongLong();
-            const quint64 limit = *softLimit << 10;
+            const quint64 limit = *limitBytes;
             quota[FigureKeys::QuotaIsSet] = true;
             quota[FigureKeys::QuotaLimit] = qulonglong(limit);
             quota[FigureKeys::QuotaAvailable] = qulonglong(used < limit ? limit - used : 0);

@@ -4,7 +4,6 @@
 
 #include "dbustypes.h"
 
-class QuotaSource;
 class UserStorageBreakdown;
 
 // The quota figures of the current user, or of every user of the device when
@@ -13,7 +12,7 @@ class UserStorageBreakdown;
 class UserQuotaReport
 {
 public:
-    UserQuotaReport(const QuotaSource &quotas, const UserStorageBreakdown &breakdown);
+    explicit UserQuotaReport(const UserStorageBreakdown &breakdown);
 
     // `summary` holds the user-partition summary. Every user's breakdown is
     // made on this same map, so each starts from the used, total and available
@@ -21,7 +20,6 @@ public:
     QuotaInfoMap collect(uint currentUid, QVariantMap &summary) const;
 
 private:
-    const QuotaSource &m_quotas;
     const UserStorageBreakdown &m_breakdown;
 };
 

@@ -11,6 +11,13 @@
 #include <QDir>
 #include <QStorageInfo>
 
+namespace {
+
+// The kernel counts quotas in blocks of 1 KiB.
+const int QuotaBlockShift = 10;
+
+} // namespace
+
 UserStorageBreakdown::UserStorageBreakdown(const QuotaSource &quotas) : m_quotas(quotas) { }
 
 qint64 UserStorageBreakdown::directorySize(const QString &path, const QSet<QString> &excluded, uint ownerUid)
@@ -28,7 +35,7 @@ QByteArray UserStorageBreakdown::homeDevice()
     return QStorageInfo(QStringLiteral("/home")).device();
 }
 
-void UserStorageBreakdown::fill(uint uid, QVariantMap &map) const
+UserStorageBreakdown::QuotaLimit UserStorageBreakdown::fill(uint uid, QVariantMap &map) const
 {
     const QString homeRoot = QStringLiteral("/home");
     // An unknown uid gives "/home/" and folder paths with a doubled separator;
@@ -69,12 +76,13 @@ void UserStorageBreakdown::fill(uint uid, QVariantMap &map) const
 
     qint64 available = map[StorageKeys::BytesAvailable].toLongLong();
     qint64 total = userUsed + available;
-    const std::optional<quint64> softLimit = m_quotas.userBlockSoftLimit(homeDevice(), uid);
-    if (!softLimit) {
+    // The soft limit is the quota; the hard limit is never consulted.
+    QuotaLimit quotaLimit = m_quotas.userBlockSoftLimit(homeDevice(), uid);
+    if (!quotaLimit) {
         qCWarning(lcPlinthd).noquote() << "fillInternalUserStorageInfo" << "Failed to get quota for uid:" << uid;
-    } else if (*softLimit != 0) {
-        // The soft limit is the quota; the hard limit is never consulted.
-        const qint64 limit = qint64(*softLimit << 10);
+    } else if (*quotaLimit != 0) {
+        *quotaLimit <<= QuotaBlockShift;
+        const qint64 limit = qint64(*quotaLimit);
         total = qMax(userUsed, limit);
         available = userUsed < limit ? limit - userUsed : 0;
     }
@@ -82,4 +90,5 @@ void UserStorageBreakdown::fill(uint uid, QVariantMap &map) const
     map[StorageKeys::BytesAvailable] = qulonglong(available);
     map[StorageKeys::BytesTotal] = qulonglong(total);
     map[StorageKeys::BytesUsed] = qulonglong(userUsed);
+    return quotaLimit;
 }

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QVariantMap>
 
+#include <optional>
+
 class QuotaSource;
 
 // Splits the user partition for one user: the five folders of the user's
@@ -18,7 +20,11 @@ class UserStorageBreakdown
 public:
     explicit UserStorageBreakdown(const QuotaSource &quotas);
 
-    void fill(uint uid, QVariantMap &map) const;
+    // The user's quota, in bytes, as the kernel gave it to `fill`: 0 when no
+    // limit is set, nothing when the kernel did not answer.
+    using QuotaLimit = std::optional<quint64>;
+
+    QuotaLimit fill(uint uid, QVariantMap &map) const;
 
     // The walk used for every figure: what `ownerUid` owns under `path`,
     // leaving out the directories in `excluded`.

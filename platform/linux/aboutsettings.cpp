@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "aboutsettings.h"
 
+#include "filecontent.h"
 #include "kernelfiles.h"
 
 namespace {
@@ -21,16 +22,16 @@ AboutSettings::~AboutSettings() = default;
 
 QString AboutSettings::softwareVersionId() const
 {
-    QByteArray text = KernelFiles::read(EtcOsRelease);
+    QByteArray text = FileContent::read(EtcOsRelease);
     if (text.isNull())
-        text = KernelFiles::read(VendorOsRelease);
+        text = FileContent::read(VendorOsRelease);
     return KernelFiles::osReleaseValue(text, QByteArrayLiteral("VERSION_ID"));
 }
 
 QString AboutSettings::serial() const
 {
-    const QByteArray fromTree = KernelFiles::cutAtNul(KernelFiles::read(DeviceTreeSerial));
+    const QByteArray fromTree = KernelFiles::cutAtNul(FileContent::read(DeviceTreeSerial));
     if (!fromTree.trimmed().isEmpty())
         return QString::fromUtf8(fromTree);
-    return QString::fromUtf8(KernelFiles::read(DmiSerial).trimmed());
+    return QString::fromUtf8(FileContent::read(DmiSerial).trimmed());
 }

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "accesspolicy.h"
 
+#include "platformlogging.h"
+
 #include <QDBusConnection>
 #include <QDBusError>
-#include <QLoggingCategory>
 
 namespace Brisa {
-
-Q_LOGGING_CATEGORY(lcAccessPolicy, "brisa.accesspolicy", QtWarningMsg)
 
 const char AccessPolicy::ServiceName[] = "org.norvu.PolicyManager";
 const char AccessPolicy::ObjectPath[] = "/org/norvu/PolicyManager";

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "batterystatus.h"
 
-#include "kernelfiles.h"
+#include "filecontent.h"
 
 #include <QDir>
 #include <QStringList>
@@ -27,9 +27,9 @@ int BatteryStatus::chargePercentage() const
                                                  QDir::Name);
     for (const QString &name : names) {
         const QString entry = supplies.filePath(name);
-        if (KernelFiles::read(entry + QStringLiteral("/type")).trimmed() != "Battery")
+        if (FileContent::read(entry + QStringLiteral("/type")).trimmed() != "Battery")
             continue;
-        const QByteArray capacity = KernelFiles::read(entry + QStringLiteral("/capacity"));
+        const QByteArray capacity = FileContent::read(entry + QStringLiteral("/capacity"));
         if (capacity.isNull())
             continue;
         bool ok = false;

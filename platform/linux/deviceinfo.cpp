@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "deviceinfo.h"
 
+#include "filecontent.h"
 #include "kernelfiles.h"
 
 #include <QDir>
@@ -38,13 +39,13 @@ DeviceInfo::~DeviceInfo() = default;
 
 QString DeviceInfo::prettyName() const
 {
-    const QByteArray model = KernelFiles::cutAtNul(KernelFiles::read(DeviceTreeModel));
+    const QByteArray model = KernelFiles::cutAtNul(FileContent::read(DeviceTreeModel));
     if (!model.trimmed().isEmpty())
         return QString::fromUtf8(model);
 
     QStringList parts;
     for (const QString &path : {DmiVendor, DmiProduct}) {
-        const QByteArray part = KernelFiles::read(path).trimmed();
+        const QByteArray part = FileContent::read(path).trimmed();
         if (!part.isEmpty())
             parts.append(QString::fromUtf8(part));
     }

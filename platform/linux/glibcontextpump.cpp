@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "glibcontextpump.h"
 
-#include "logging.h"
+#include "platformlogging.h"
 
 #include <QSocketNotifier>
 
@@ -15,7 +15,7 @@ GlibContextPump::GlibContextPump(QObject *parent)
     // thread owns it; this thread owns it for the pump's whole life.
     m_owned = g_main_context_acquire(m_context);
     if (!m_owned) {
-        qCWarning(lcPlinthd) << "Cannot acquire a new GLib main context";
+        qCWarning(lcSettings) << "Cannot acquire a new GLib main context";
         return;
     }
     // A context without sources polls nothing but its wake-up descriptor, so
@@ -26,7 +26,7 @@ GlibContextPump::GlibContextPump(QObject *parent)
     gint timeout = 0;
     const gint count = g_main_context_query(m_context, priority, &timeout, fds, 1);
     if (count != 1) {
-        qCWarning(lcPlinthd) << "GLib main context has" << count << "descriptors, expected its wake-up one";
+        qCWarning(lcSettings) << "GLib main context has" << count << "descriptors, expected its wake-up one";
         return;
     }
     m_notifier = new QSocketNotifier(fds[0].fd, QSocketNotifier::Read, this);

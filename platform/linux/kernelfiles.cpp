@@ -1,26 +1,11 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "kernelfiles.h"
 
-#include <QFile>
+#include <QList>
 
 #include <cstring>
 
 namespace KernelFiles {
-
-QByteArray read(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QByteArray();
-    QByteArray bytes = file.readAll();
-    // readAll() gives an empty array both for an empty file and after a read
-    // error; only the error must look like a missing file.
-    if (file.error() != QFileDevice::NoError)
-        return QByteArray();
-    if (bytes.isNull())
-        bytes = QByteArray("");
-    return bytes;
-}
 
 QByteArray cutAtNul(const QByteArray &bytes)
 {

@@ -5,15 +5,11 @@
 #include <QByteArray>
 #include <QString>
 
-// Small readers shared by the platform classes that answer from kernel and
-// distribution files. None of them logs: the platform classes pass "unknown"
-// on as an empty value and let their callers decide what that means.
+// Small parsers shared by the platform classes that answer from kernel and
+// distribution files (read with FileContent::read). None of them logs: the
+// platform classes pass "unknown" on as an empty value and let their callers
+// decide what that means.
 namespace KernelFiles {
-
-// The whole content of a file, or a null QByteArray when it cannot be opened
-// or read. An existing empty file gives an empty, non-null array, so callers
-// can tell "absent" from "empty" when a fallback depends on it.
-QByteArray read(const QString &path);
 
 // Device-tree string properties end in NUL (and a string list is several
 // NUL-terminated strings); only the first string is the value.

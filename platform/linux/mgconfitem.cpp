@@ -2,7 +2,7 @@
 #include "mgconfitem.h"
 
 #include "glibcontextpump.h"
-#include "logging.h"
+#include "platformlogging.h"
 
 #include <QStringList>
 
@@ -49,7 +49,7 @@ QVariant fromGVariant(GVariant *value)
         g_free(strings);
         return QVariant(list);
     }
-    qCDebug(lcPlinthd) << "Configuration value of unsupported type" << g_variant_get_type_string(value);
+    qCDebug(lcSettings) << "Configuration value of unsupported type" << g_variant_get_type_string(value);
     return QVariant();
 }
 
@@ -61,7 +61,7 @@ MGConfItem::MGConfItem(const QString &key, QObject *parent)
     , m_dconfKey(key.toUtf8())
 {
     if (!dconf_is_key(m_dconfKey.constData(), nullptr)) {
-        qCWarning(lcPlinthd) << "Invalid configuration key" << key;
+        qCWarning(lcSettings) << "Invalid configuration key" << key;
         return;
     }
     m_pump = new GlibContextPump(this);
@@ -76,7 +76,7 @@ MGConfItem::MGConfItem(const QString &key, QObject *parent)
     // never missed; it costs one bus round trip per item.
     dconf_client_watch_sync(m_client, m_dconfKey.constData());
     m_value = read();
-    qCDebug(lcPlinthd) << "Configuration" << key << "is" << m_value;
+    qCDebug(lcSettings) << "Configuration" << key << "is" << m_value;
 }
 
 MGConfItem::~MGConfItem()
@@ -143,6 +143,6 @@ void MGConfItem::refresh()
     if (value.userType() == m_value.userType() && value == m_value)
         return;
     m_value = value;
-    qCDebug(lcPlinthd) << "Configuration" << m_key << "changed to" << m_value;
+    qCDebug(lcSettings) << "Configuration" << m_key << "changed to" << m_value;
     emit valueChanged();
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "ofonomodem.h"
 
-#include "logging.h"
+#include "platformlogging.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -116,7 +116,7 @@ void OfonoModem::follow(Source &source, bool available)
         QDBusPendingReply<QVariantMap> reply = *watcher;
         QVariantMap properties;
         if (reply.isError())
-            qCDebug(lcPlinthd) << "Cannot read" << sourcePointer->interface << "of" << m_path
+            qCDebug(lcTelephony) << "Cannot read" << sourcePointer->interface << "of" << m_path
                                << reply.error().message();
         else
             properties = reply.value();

@@ -2,7 +2,7 @@
 #include "partitionmanager.h"
 
 #include "mountmonitor.h"
-#include "partitionlogging.h"
+#include "platformlogging.h"
 #include "mounttable.h"
 #include "partition_p.h"
 #include "partitionscanner.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "qofonoextmodemmanager.h"
 
-#include "logging.h"
+#include "platformlogging.h"
 #include "mgconfitem.h"
 #include "ofonomodem.h"
 
@@ -29,7 +29,7 @@ QMap<QString, QVariantMap> parseModems(const QDBusMessage &reply)
 {
     QMap<QString, QVariantMap> modems;
     if (reply.signature() != QLatin1String("a(oa{sv})") || reply.arguments().size() != 1) {
-        qCWarning(lcPlinthd) << "Unexpected modem list from oFono, signature" << reply.signature();
+        qCWarning(lcTelephony) << "Unexpected modem list from oFono, signature" << reply.signature();
         return modems;
     }
     const QDBusArgument list = reply.arguments().constFirst().value<QDBusArgument>();
@@ -73,7 +73,7 @@ QOfonoExtModemManager::QOfonoExtModemManager(QObject *parent)
     // is neither a registration nor an unregistration: follow the owner.
     connect(m_serviceWatcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString &, const QString &oldOwner, const QString &newOwner) {
-        qCDebug(lcPlinthd) << "oFono owner changed from" << oldOwner << "to" << newOwner;
+        qCDebug(lcTelephony) << "oFono owner changed from" << oldOwner << "to" << newOwner;
         if (!oldOwner.isEmpty())
             forgetOfono();
         if (!newOwner.isEmpty())
@@ -121,7 +121,7 @@ void QOfonoExtModemManager::onModemAdded(const QDBusObjectPath &path, const QVar
 {
     // Before the list is read, the answer to GetModems is the whole truth: it
     // is sent after this signal and lists this modem too.
-    qCDebug(lcPlinthd) << "oFono modem added" << path.path();
+    qCDebug(lcTelephony) << "oFono modem added" << path.path();
     if (!m_ready || m_modems.contains(path.path()))
         return;
     addModem(path.path(), properties);
@@ -158,7 +158,7 @@ void QOfonoExtModemManager::onModemsRead(QDBusPendingCallWatcher *watcher)
 
     const QDBusMessage reply = watcher->reply();
     if (reply.type() == QDBusMessage::ErrorMessage) {
-        qCDebug(lcPlinthd) << "oFono modem list not available:" << reply.errorName();
+        qCDebug(lcTelephony) << "oFono modem list not available:" << reply.errorName();
         // oFono claims its name before its manager object answers, so a
         // present oFono may fail the first calls; ask again a little later.
         // An absent one is asked when it comes.
@@ -171,7 +171,7 @@ void QOfonoExtModemManager::onModemsRead(QDBusPendingCallWatcher *watcher)
     }
     m_retryDelay = FirstRetryDelay;
     const QMap<QString, QVariantMap> modems = parseModems(reply);
-    qCDebug(lcPlinthd) << "oFono modems" << modems.keys();
+    qCDebug(lcTelephony) << "oFono modems" << modems.keys();
     qDeleteAll(m_modems);
     m_modems.clear();
     for (auto it = modems.constBegin(); it != modems.constEnd(); ++it)
@@ -233,7 +233,7 @@ void QOfonoExtModemManager::updateDefaultDataSim()
     if (sim == m_defaultDataSim)
         return;
     m_defaultDataSim = sim;
-    qCDebug(lcPlinthd) << "Default data SIM" << sim;
+    qCDebug(lcTelephony) << "Default data SIM" << sim;
     emit defaultDataSimChanged(sim);
 }
 
@@ -243,6 +243,6 @@ void QOfonoExtModemManager::updateDefaultVoiceSim()
     if (sim == m_defaultVoiceSim)
         return;
     m_defaultVoiceSim = sim;
-    qCDebug(lcPlinthd) << "Default voice SIM" << sim;
+    qCDebug(lcTelephony) << "Default voice SIM" << sim;
     emit defaultVoiceSimChanged(sim);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "udevmonitor.h"
 
-#include "partitionlogging.h"
+#include "platformlogging.h"
 #include "sourcelock.h"
 
 #include <QSocketNotifier>

@@ -6,6 +6,7 @@
 #include <aboutsettings.h>
 #include <batterystatus.h>
 #include <deviceinfo.h>
+#include <filecontent.h>
 #include <kernelfiles.h>
 
 #include <QDir>
@@ -174,10 +175,13 @@ private slots:
     void readTellsMissingFromEmpty()
     {
         write(QStringLiteral("empty"), QByteArray());
-        QVERIFY(KernelFiles::read(at(QStringLiteral("empty"))).isEmpty());
-        QVERIFY(!KernelFiles::read(at(QStringLiteral("empty"))).isNull());
-        QVERIFY(KernelFiles::read(at(QStringLiteral("missing"))).isNull());
-        QVERIFY(KernelFiles::read(tree->path()).isNull()); // a directory
+        bool opened = false;
+        QVERIFY(FileContent::read(at(QStringLiteral("empty")), &opened).isEmpty());
+        QVERIFY(opened);
+        QVERIFY(!FileContent::read(at(QStringLiteral("empty"))).isNull());
+        QVERIFY(FileContent::read(at(QStringLiteral("missing")), &opened).isNull());
+        QVERIFY(!opened);
+        QVERIFY(FileContent::read(tree->path()).isNull()); // a directory
     }
 
     void versionFromEtc()

