@@ -242,6 +242,9 @@ class ModemSimulator:
     def _ok(self, *_):
         return self._final()
 
+    def _unsupported(self, *_):
+        return self._final(result='ERROR')
+
     def _sim_state(self):
         return self._final(['+SIMSTATE: %d' % (1 if self.card else 0)])
 
@@ -358,6 +361,9 @@ class ModemSimulator:
             # Notifications and settings oFono switches on; the simulator has
             # nothing to report for them.
             (r'\+(CRC|CLIP|CDIP|CNAP|COLP|CCWA|CMEE|CREG|CGREG|CEREG|CGEREP|CMER|CIND|CSSN|CUSD|CMGF|CNMI|CPMS|CSMS|CSCB|CGDCONT|CGATT|COPS|CTZR|CTZU|CSCA)=.*', S._ok),
+            # Voice, SMS, call metering and positioning features a SIM test
+            # does not need: refused, so oFono leaves them out.
+            (r'\+(VTD|CUAD|PTTY|CSMS|CAOC|CCWE|CMUT|CLVL|CPOS|CGAUTO|CPSB|CGACT)\b.*', S._unsupported),
         )
 
 

@@ -44,8 +44,8 @@ class RealOfonoSimTest(simtest.SimTestCase):
 
     def tearDown(self):
         # What oFono said is the first thing to read when a test fails here.
-        outcome = getattr(self, '_outcome', None)
-        failed = outcome is not None and any(error for _, error in getattr(outcome, 'errors', []))
+        result = getattr(getattr(self, '_outcome', None), 'result', None)
+        failed = result is not None and any(test is self for test, _ in result.errors + result.failures)
         if failed and self.ofono is not None:
             sys.stderr.write('--- ofonod.log\n%s\n' % self.ofono.output()[-6000:])
             for index, simulator in enumerate(self.ofono.simulators):
