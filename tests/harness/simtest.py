@@ -34,6 +34,7 @@ from plinthtest import SIM_IFACE, SIM_PATH
 OFONO = 'org.ofono'
 OFONO_MANAGER = 'org.ofono.Manager'
 OFONO_MODEM = 'org.ofono.Modem'
+OFONO_MOCK_IFACE = 'org.norvu.plinth.test.OfonoMock'
 SIM_MANAGER = 'org.ofono.SimManager'
 CONNECTION_MANAGER = 'org.ofono.ConnectionManager'
 
@@ -96,8 +97,16 @@ class OfonoMock:
     def set_data_powered(self, path, powered):
         self.set_property(path, CONNECTION_MANAGER, 'Powered', dbus.Boolean(powered))
 
+    def pull_card(self, path):
+        """The card leaves the modem, in the order of oFono's announcements."""
+        dbus.Interface(self.manager, OFONO_MOCK_IFACE).PullCard(dbus.ObjectPath(path))
+
+    def insert_card(self, path, subscriber_identity, card_identifier):
+        dbus.Interface(self.manager, OFONO_MOCK_IFACE).InsertCard(
+            dbus.ObjectPath(path), subscriber_identity, card_identifier)
+
     def stop(self):
-        """oFono leaves the bus."""
+        """oFono removes its modems and leaves the bus."""
         self.process.terminate()
         self.process.wait(5)
 
