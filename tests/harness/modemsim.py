@@ -42,7 +42,6 @@ CME_SIM_NOT_INSERTED = 10
 
 # +CRSM commands (TS 27.007 8.18).
 CRSM_READ_BINARY = 176
-CRSM_READ_RECORD = 178
 CRSM_GET_RESPONSE = 192
 
 # The network the modem is registered with (home network: country code 244,
@@ -55,10 +54,6 @@ OPERATOR_NUMERIC = 2
 EF_ICCID = 0x2FE2
 EF_SPN = 0x6F46
 EF_AD = 0x6FAD
-
-# Directory the files live in, as GET RESPONSE reports them.
-MF = 0x3F00
-DF_GSM = 0x7F20
 
 
 def bcd_swapped(digits):
@@ -222,7 +217,9 @@ class ModemSimulator:
         return ''.join('\r\n%s\r\n' % line for line in lines) + '\r\n%s\r\n' % result
 
     def _notify_card_state(self):
-        # Unsolicited result of the simulator's SIM state report.
+        # The phonesim driver asks "+SIMSTATE?" once (1: a card, 0: none) and
+        # then follows this unsolicited result; it answers a change by
+        # reading the new card, or by dropping the old one.
         self._send('\r\n+USIMSTATE: %d\r\n' % (1 if self.card else 0))
 
     def _answer(self, line):

@@ -16,6 +16,13 @@ daemon announces, the tests say so:
 - A pulled card stays listed by oFono's SIM interface with "Present" false and
   no other property; it leaves the present list.
 - oFono announces ModemRemoved for every modem before it leaves the bus.
+- A card is announced "Present" before oFono has read its identity, and the
+  SIM watcher lists it at once; the daemon rebuilds its list on list, operator
+  name and default SIM changes but not on identity changes, so a card may be
+  listed for a while, or until the next such change when the card carries no
+  operator name, with an empty identity, which equals an unset default data
+  or voice SIM. The tests therefore wait for the final lists rather than
+  assert the first one after a card comes.
 """
 
 import sys
