@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: LicenseRef-plinthd
-"""Bench for the SIM object: a mocked oFono, a private dconf database and a
-recorder of the daemon's SIM signals.
+"""Bench for the SIM object: a mocked oFono or the real one with simulated
+modems, a private dconf database and a recorder of the daemon's SIM signals.
 
     class MyTest(simtest.SimTestCase):
         def test_something(self):
@@ -8,6 +8,11 @@ recorder of the daemon's SIM signals.
             ofono.add_modem('ril_0')
             self.start_sim_daemon()
             _, cards = self.signals.wait_for('simCardsEnabledChanged')
+
+        def test_the_real_thing(self):
+            ofono = self.start_real_ofono([sim_card(0, 'Fake Tel'), None])
+            ofono.power(0)
+            self.start_sim_daemon()
 
 Everything runs on the test's private system bus. The daemon reads its settings
 from the dconf profile data/dconf/profile/plinthd, with /etc/dconf bind-mounted
@@ -191,7 +196,7 @@ class RealOfono:
                 return len(self.manager().GetModems()) == len(self.simulators)
             except dbus.exceptions.DBusException:
                 return False
-        plinthtest.wait_until(listed, what='ofonod to list its modems')
+        plinthtest.wait_until(listed, self.POWER_TIMEOUT, what='ofonod to list its modems')
 
     def stop(self):
         """oFono leaves the bus (SIGTERM, as at a service stop)."""
@@ -373,9 +378,7 @@ class SimTestCase(plinthtest.DaemonTestCase):
         the test is skipped when oFono is not installed."""
         if not find_ofonod():
             self.skipTest('ofonod is not installed')
-        ofono = RealOfono(self, cards)
-        self._real_ofono = ofono
-        return ofono
+        return RealOfono(self, cards)
 
     def start_sim_daemon(self, **kwargs):
         env = {'DCONF_PROFILE': DATABASE}
