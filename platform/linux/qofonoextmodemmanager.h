@@ -39,8 +39,10 @@ class QTimer;
 // Both default SIMs belong to the telephony state: they are empty while not
 // ready. The order of announcements is fixed: readyChanged(true) comes first,
 // with the modem list already in place, then the default voice SIM, then the
-// default data SIM once the modems' properties are in. When oFono leaves,
-// readyChanged(false) comes first, then the default SIMs turn empty.
+// default data SIM once the modems' properties are in. When oFono leaves the
+// bus, readyChanged(false) comes first, then the default SIMs turn empty. (An
+// oFono that stops normally removes its modems before it leaves; those
+// removals are followed like any other, so the data SIM may turn empty first.)
 //
 // Modems that oFono adds after the list was read are listed and announced by
 // availableModemsChanged(); readiness does not change for them.

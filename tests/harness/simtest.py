@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: LicenseRef-plinthd
-"""Bench for the SIM object: a mocked oFono, a private dconf database and a
-recorder of the daemon's SIM signals.
+"""Bench for the SIM object: a mocked oFono or the real one with simulated
+modems, a private dconf database and a recorder of the daemon's SIM signals.
 
     class MyTest(simtest.SimTestCase):
         def test_something(self):
@@ -8,6 +8,11 @@ recorder of the daemon's SIM signals.
             ofono.add_modem('ril_0')
             self.start_sim_daemon()
             _, cards = self.signals.wait_for('simCardsEnabledChanged')
+
+        def test_the_real_thing(self):
+            ofono = self.start_real_ofono([sim_card(0, 'Fake Tel'), None])
+            ofono.power(0)
+            self.start_sim_daemon()
 
 Everything runs on the test's private system bus. The daemon reads its settings
 from the dconf profile data/dconf/profile/plinthd, with /etc/dconf bind-mounted
@@ -27,17 +32,22 @@ import dbusmock
 from dbus.mainloop.glib import DBusGMainLoop
 from gi.repository import GLib
 
+import modemsim
 import plinthtest
 from plinthtest import SIM_IFACE, SIM_PATH
 
 OFONO = 'org.ofono'
 OFONO_MANAGER = 'org.ofono.Manager'
+OFONO_MODEM = 'org.ofono.Modem'
+OFONO_MOCK_IFACE = 'org.norvu.plinth.test.OfonoMock'
 SIM_MANAGER = 'org.ofono.SimManager'
 CONNECTION_MANAGER = 'org.ofono.ConnectionManager'
 
 SIM_SIGNALS = ('simCardsEnabledChanged', 'preferredDataTransferSimChanged', 'preferredVoiceCallSimChanged')
 CARD_KEYS = ['enabled', 'operatorName', 'preferredDataTransfer', 'preferredVoiceCall', 'simName']
 DATABASE = 'plinthd'
+# The exit status that CTest counts as a skipped test (SKIP_RETURN_CODE).
+SKIP_EXIT_STATUS = 77
 
 
 def imsi(n):
@@ -92,10 +102,167 @@ class OfonoMock:
     def set_data_powered(self, path, powered):
         self.set_property(path, CONNECTION_MANAGER, 'Powered', dbus.Boolean(powered))
 
+    def pull_card(self, path):
+        """The card leaves the modem, in the order of oFono's announcements."""
+        dbus.Interface(self.manager, OFONO_MOCK_IFACE).PullCard(dbus.ObjectPath(path))
+
+    def insert_card(self, path, subscriber_identity, card_identifier):
+        dbus.Interface(self.manager, OFONO_MOCK_IFACE).InsertCard(
+            dbus.ObjectPath(path), subscriber_identity, card_identifier)
+
     def stop(self):
-        """oFono leaves the bus."""
+        """oFono removes its modems and leaves the bus."""
         self.process.terminate()
         self.process.wait(5)
+
+
+def find_ofonod():
+    """The path of the real oFono daemon, or None when it is not installed."""
+    return shutil.which('ofonod', path=os.pathsep.join([os.environ.get('PATH', ''), '/usr/sbin', '/sbin']))
+
+
+def sim_card(n, spn=None):
+    """The n-th test SIM: home network 244 05, like the simulated network."""
+    return modemsim.SimCard(imsi='24405%010d' % n, iccid='8935805%013d' % n, spn=spn)
+
+
+class RealOfono:
+    """The real ofonod on the test's bus, with one simulated modem per card.
+
+    Each modem is an entry of a phonesim configuration (OFONO_PHONESIM_CONFIG)
+    that points oFono at a ModemSimulator; only the modem drivers this needs
+    are loaded. oFono keeps per-SIM state (packet data powered, and more) under
+    /var/lib/ofono: it runs in a mount namespace of its own with an empty tmpfs
+    there, so nothing is read from the machine or left on it.
+
+    Modems start unpowered, as oFono creates them; power() brings one up the
+    way a device's connection manager does: Powered, then Online once the SIM
+    has been read.
+    """
+
+    # Plugins: the phonesim modem driver and the AT command drivers of the
+    # SIM, network and packet data atoms it creates.
+    PLUGINS = 'phonesim,atmodem'
+    # Taking a SIM and the network up is several dozen AT round trips.
+    POWER_TIMEOUT = 30.0
+
+    def __init__(self, testcase, cards):
+        self.testcase = testcase
+        self.simulators = []
+        for card in cards:
+            simulator = modemsim.ModemSimulator(card).start()
+            testcase.addCleanup(simulator.stop)
+            self.simulators.append(simulator)
+        self.config = os.path.join(testcase.workdir, 'phonesim.conf')
+        with open(self.config, 'w') as f:
+            for index, simulator in enumerate(self.simulators):
+                f.write('[%s]\nDriver=phonesim\nAddress=127.0.0.1\nPort=%d\n\n'
+                        % (self.modem_name(index), simulator.port))
+        self.log_path = os.path.join(testcase.workdir, 'ofonod.log')
+        self.process = None
+        self.start()
+
+    @staticmethod
+    def modem_name(index):
+        return 'phonesim_%d' % index
+
+    def path(self, index):
+        return '/' + self.modem_name(index)
+
+    def start(self):
+        """Starts ofonod and waits until it lists every modem."""
+        ofonod = find_ofonod()
+        env = dict(os.environ, OFONO_PHONESIM_CONFIG=self.config)
+        command = [ofonod, '-n', '-p', self.PLUGINS]
+        if os.environ.get('PLINTHD_OFONO_DEBUG'):
+            # The AT traffic and oFono's own trace, in ofonod.log.
+            env['OFONO_AT_DEBUG'] = '1'
+            command.append('-d')
+        script = 'set -e\nmount -t tmpfs plinth-ofono /var/lib/ofono\nexec "$@"'
+        with open(self.log_path, 'a') as log:
+            self.process = subprocess.Popen(
+                ['unshare', '--mount', '--propagation', 'private', '--', '/bin/sh', '-c', script,
+                 'ofonod-namespace'] + command,
+                env=env, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT)
+        self.testcase._keep_mock(self.process)
+        bus = self.testcase.bus
+
+        def listed():
+            if self.process.poll() is not None:
+                raise AssertionError('ofonod exited with %d:\n%s' % (self.process.returncode, self.output()))
+            if not bus.name_has_owner(OFONO):
+                return False
+            try:
+                return len(self.manager().GetModems()) == len(self.simulators)
+            except dbus.exceptions.DBusException:
+                return False
+        plinthtest.wait_until(listed, self.POWER_TIMEOUT, what='ofonod to list its modems')
+
+    def stop(self):
+        """oFono leaves the bus (SIGTERM, as at a service stop)."""
+        self.process.terminate()
+        self.process.wait(10)
+
+    def output(self):
+        with open(self.log_path, errors='replace') as f:
+            return f.read()
+
+    def manager(self):
+        return dbus.Interface(self._object('/'), OFONO_MANAGER)
+
+    def _object(self, path):
+        return self.testcase.bus.get_object(OFONO, path, introspect=False)
+
+    def interface(self, index, interface):
+        return dbus.Interface(self._object(self.path(index)), interface)
+
+    def properties(self, index, interface):
+        try:
+            return self.interface(index, interface).GetProperties()
+        except dbus.exceptions.DBusException:
+            return {}
+
+    def power(self, index, online=True):
+        """Powers modem index and, when online and it has a card, takes it
+        online once oFono has read the card's identity."""
+        modem = self.interface(index, OFONO_MODEM)
+        modem.SetProperty('Powered', dbus.Boolean(True, variant_level=1), timeout=self.POWER_TIMEOUT)
+        if online and self.simulators[index].card is not None:
+            self.go_online(index)
+
+    def go_online(self, index):
+        """oFono refuses Online until the SIM is read; a modem that is online
+        stays so across a card change."""
+        self.wait_sim_ready(index)
+        modem = self.interface(index, OFONO_MODEM)
+        if not modem.GetProperties().get('Online'):
+            modem.SetProperty('Online', dbus.Boolean(True, variant_level=1), timeout=self.POWER_TIMEOUT)
+
+    def power_off(self, index):
+        self.interface(index, OFONO_MODEM).SetProperty('Powered', dbus.Boolean(False, variant_level=1),
+                                                       timeout=self.POWER_TIMEOUT)
+
+    def wait_sim_ready(self, index):
+        card = self.simulators[index].card
+
+        def read():
+            return self.properties(index, SIM_MANAGER).get('SubscriberIdentity') == card.imsi
+        plinthtest.wait_until(read, self.POWER_TIMEOUT, what='oFono to read the SIM of modem %d' % index)
+
+    def pull_card(self, index):
+        self.simulators[index].pull_card()
+
+    def insert_card(self, index, card):
+        self.simulators[index].insert_card(card)
+
+    def set_data_powered(self, index, powered):
+        """Packet data of modem index on or off: this moves the default data
+        SIM. The interface exists only while the modem is online with a card."""
+        def available():
+            return 'Powered' in self.properties(index, CONNECTION_MANAGER)
+        plinthtest.wait_until(available, self.POWER_TIMEOUT,
+                              what='the packet data service of modem %d' % index)
+        self.interface(index, CONNECTION_MANAGER).SetProperty('Powered', dbus.Boolean(powered, variant_level=1))
 
 
 class SignalRecorder:
@@ -205,6 +372,13 @@ class SimTestCase(plinthtest.DaemonTestCase):
 
     def start_ofono(self):
         return OfonoMock(self)
+
+    def start_real_ofono(self, cards):
+        """The real ofonod with one simulated modem per card (None: no card);
+        the test is skipped when oFono is not installed."""
+        if not find_ofonod():
+            self.skipTest('ofonod is not installed')
+        return RealOfono(self, cards)
 
     def start_sim_daemon(self, **kwargs):
         env = {'DCONF_PROFILE': DATABASE}

@@ -95,18 +95,43 @@ class SimTest(simtest.SimTestCase):
         self.assertSignalsWellTyped()
 
     # Data only needs several modems; voice also needs several present cards.
+    # As in oFono, a modem without a card has no packet data, so the data SIM
+    # is the other modem's until its packet data is switched off.
     def test_two_modems_one_sim(self):
         self.write_settings(default_voice_sim="'%s'" % imsi(0))
         ofono = self.start_ofono()
         first = ofono.add_modem('ril_0')
-        ofono.add_modem('ril_1')
-        ofono.set_sim(first, 'Present', dbus.Boolean(False))
+        second = ofono.add_modem('ril_1')
+        ofono.pull_card(first)
         self.start_sim_daemon()
-        # The first modem carries data but has no card, so no identity matches.
-        self.wait_cards([('SIM2', True, '', False, True)])
-
-        ofono.set_data_powered(first, False)
         self.wait_cards([('SIM2', True, '', True, True)])
+
+        ofono.set_data_powered(second, False)
+        self.wait_cards([('SIM2', True, '', False, True)])
+        self.assertSignalsWellTyped()
+
+    # A pulled card leaves the list at once and the data SIM moves to the
+    # modem that still has one; an inserted card comes back and, its modem
+    # first in path order, carries the data again.
+    def test_card_pulled_and_inserted(self):
+        ofono = self.start_ofono()
+        first = ofono.add_modem('ril_0')
+        ofono.add_modem('ril_1')
+        self.start_sim_daemon()
+        self.wait_cards([('SIM1', True, '', True, False), ('SIM2', True, '', False, False)])
+
+        mark = self.signals.settle()
+        ofono.pull_card(first)
+        index, cards = self.signals.wait_for(ENABLED, start=mark)
+        self.assertEqual(names(cards), ['SIM2'])
+        self.signals.wait_for(DATA, lambda c: brief(c) == [('SIM2', True, '', True, True)], start=index)
+        self.wait_cards([('SIM2', True, '', True, True)])
+
+        mark = self.signals.settle()
+        ofono.insert_card(first, imsi(5), '8935805000000000005')
+        _, cards = self.signals.wait_for(ENABLED, lambda c: len(c) == 2, start=mark)
+        self.assertEqual(names(cards), ['SIM1', 'SIM2'])
+        self.wait_cards([('SIM1', True, '', True, False), ('SIM2', True, '', False, False)])
         self.assertSignalsWellTyped()
 
     # Any usage mode but 1 and 2 means no SIM is preferred for voice.
@@ -212,11 +237,13 @@ class SimTest(simtest.SimTestCase):
         self.wait_cards([('SIM2', True, '', True, True)])
         self.assertSignalsWellTyped()
 
+    # oFono removes its modems one by one before it leaves the bus.
     def test_ofono_leaves_and_comes_back(self):
         ofono = self.start_ofono()
         ofono.add_modem('ril_0')
+        ofono.add_modem('ril_1')
         daemon = self.start_sim_daemon()
-        self.wait_cards([('SIM1', True, '', True, True)])
+        self.wait_cards([('SIM1', True, '', True, False), ('SIM2', True, '', False, False)])
 
         mark = self.signals.settle()
         ofono.stop()

@@ -50,6 +50,7 @@ public:
         return false;
     }
 
+    // Like oFono stopping: the mock removes its modems, then leaves the bus.
     void stop()
     {
         if (m_process.state() == QProcess::NotRunning)
@@ -59,6 +60,13 @@ public:
             m_process.kill();
             m_process.waitForFinished();
         }
+    }
+
+    // Like oFono dying: gone from the bus without a word.
+    void crash()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
     }
 
     QString addModem(const QString &name)
@@ -285,10 +293,12 @@ private slots:
                 [&](const QString &sim) { log << QStringLiteral("voice:") + sim; });
         connect(manager.data(), &QOfonoExtModemManager::defaultDataSimChanged, this,
                 [&](const QString &sim) { log << QStringLiteral("data:") + sim; });
+        // oFono stopping removes its modems first: the data SIM goes with its
+        // modem, then readiness and the voice SIM go with oFono.
         m_ofono->stop();
         QTRY_VERIFY(!manager->ready());
         QVERIFY(manager->availableModems().isEmpty());
-        QCOMPARE(log, QStringList({QStringLiteral("ready:0"), QStringLiteral("voice:"), QStringLiteral("data:")}));
+        QCOMPARE(log, QStringList({QStringLiteral("data:"), QStringLiteral("ready:0"), QStringLiteral("voice:")}));
 
         log.clear();
         QVERIFY(m_ofono->start());
@@ -297,6 +307,13 @@ private slots:
         QCOMPARE(log.value(0), QStringLiteral("ready:1"));
         QCOMPARE(manager->availableModems(), QStringList({QStringLiteral("/ril_0")}));
         QCOMPARE(manager->defaultVoiceSim(), imsi(0));
+
+        // oFono dying says nothing: readiness goes first, then both SIMs.
+        log.clear();
+        m_ofono->crash();
+        QTRY_VERIFY(!manager->ready());
+        QVERIFY(manager->availableModems().isEmpty());
+        QCOMPARE(log, QStringList({QStringLiteral("ready:0"), QStringLiteral("voice:"), QStringLiteral("data:")}));
     }
 
     void voiceSimFollowsTheSetting()
