@@ -17,6 +17,7 @@ import shlex
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
@@ -32,6 +33,60 @@ FEATURES_IFACE = 'org.norvu.plinth.Features'
 SIM_IFACE = 'org.norvu.plinth.SIM'
 STORAGES_IFACE = 'org.norvu.plinth.Storages'
 OBJECTS = ((FEATURES_PATH, FEATURES_IFACE), (SIM_PATH, SIM_IFACE), (STORAGES_PATH, STORAGES_IFACE))
+
+# The exit status of a test that could not run here (not root, no namespaces,
+# a program missing): CTest's SKIP_RETURN_CODE for every test of the suite, so
+# such a run shows as skipped, never as passed.
+SKIP_STATUS = 77
+
+# Set in the environment of everything that runs inside the namespaces
+# tests/harness/run-test made for a whole test, to the mount namespace it was
+# started in ("mnt:[inode]"): a test that mounts over system paths checks that
+# it is somewhere else.
+NAMESPACE_MARK = 'PLINTHD_TEST_NAMESPACE'
+
+
+# Private namespaces, the one way every test gets them: a whole test through
+# tests/harness/run-test (CTest's MOUNT_NAMESPACE and NETWORK_NAMESPACE), one
+# daemon through Daemon below. Both use this command, and both skip for the
+# reason namespace_unavailable() gives.
+def namespace_command(network=False):
+    """The command prefix that runs a program in private namespaces of its own."""
+    command = ['unshare', '--mount', '--propagation', 'private']
+    if network:
+        command.append('--net')
+    return command + ['--']
+
+
+_namespace_verdicts = {}
+
+
+def namespace_unavailable(network=False):
+    """Why private namespaces cannot be had here, or None when they can."""
+    if network not in _namespace_verdicts:
+        what = 'a private mount and network namespace' if network else 'a private mount namespace'
+        if os.geteuid() != 0:
+            reason = 'needs root for %s' % what
+        elif not shutil.which('unshare'):
+            reason = 'needs unshare (util-linux) for %s' % what
+        else:
+            probe = subprocess.run(namespace_command(network) + ['true'], stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, universal_newlines=True)
+            reason = None if probe.returncode == 0 else \
+                'cannot make %s here: %s' % (what, probe.stderr.strip() or 'unshare failed')
+        _namespace_verdicts[network] = reason
+    return _namespace_verdicts[network]
+
+
+def in_test_namespace():
+    """Whether this process runs in the namespaces run-test made, not where it came from."""
+    outside = os.environ.get(NAMESPACE_MARK)
+    return bool(outside) and outside != os.readlink('/proc/self/ns/mnt')
+
+
+def namespace_environment(environment):
+    """The environment for a whole test entering its namespaces from this process's."""
+    return dict(environment, **{NAMESPACE_MARK: os.readlink('/proc/self/ns/mnt')})
 
 
 def plinthd_binary():
@@ -157,10 +212,13 @@ class Daemon:
         for target, source in self.binds.items():
             lines.append('mount --bind %s %s' % (shlex.quote(source), shlex.quote(target)))
         lines.append('exec "$@"')
-        return ['unshare', '--mount', '--propagation', 'private', '--',
-                '/bin/sh', '-c', '\n'.join(lines), 'plinthd-namespace'] + cmd
+        return namespace_command() + ['/bin/sh', '-c', '\n'.join(lines), 'plinthd-namespace'] + cmd
 
     def start(self):
+        if self.namespace:
+            reason = namespace_unavailable()
+            if reason:
+                raise unittest.SkipTest(reason)
         if self.fake_bin:
             bindir = tempfile.mkdtemp(prefix='bin.', dir=self.workdir)
             for name, text in self.fake_bin.items():
@@ -234,6 +292,8 @@ class DaemonTestCase(unittest.TestCase):
     bus_config = BUS_CONFIG
 
     def setUp(self):
+        if not shutil.which('dbus-daemon'):
+            self.skipTest('needs dbus-daemon for a private system bus')
         self.workdir = tempfile.mkdtemp(prefix='plinthtest.')
         self.addCleanup(shutil.rmtree, self.workdir, ignore_errors=True)
         self.system_bus = PrivateSystemBus(self.workdir, self.bus_config)
@@ -296,4 +356,18 @@ class DaemonTestCase(unittest.TestCase):
 
 
 def main():
-    unittest.main(verbosity=2)
+    """Runs the tests of the calling script; ends with SKIP_STATUS when any could not run here.
+
+    A test that was skipped did not show anything, so the whole run is
+    reported as skipped (with the reasons above) unless something failed.
+    """
+    result = unittest.main(verbosity=2, exit=False).result
+    if not result.wasSuccessful():
+        sys.exit(1)
+    if result.skipped:
+        print('SKIP: %d test(s) could not run here' % len(result.skipped), flush=True)
+        sys.exit(SKIP_STATUS)
+    if result.testsRun == 0:
+        print('no test ran', flush=True)
+        sys.exit(1)
+    sys.exit(0)

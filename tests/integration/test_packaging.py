@@ -15,6 +15,8 @@ import subprocess
 import tempfile
 import unittest
 
+import plinthtest
+
 BUILD_DIR = os.environ.get('PLINTHD_BUILD_DIR', '')
 SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', '')
 SPEC = os.path.join(SOURCE_DIR, 'packaging', 'rpm', 'plinthd.spec')
@@ -161,4 +163,4 @@ class VersionTest(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    unittest.main(verbosity=2)
+    plinthtest.main()

@@ -18,6 +18,8 @@ import sys
 import unittest
 import xml.etree.ElementTree as ElementTree
 
+import plinthtest
+
 SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', os.path.join(os.path.dirname(__file__), '..', '..'))
 BUILD_DIR = os.environ.get('PLINTHD_BUILD_DIR', '')
 DOCS = os.path.join(SOURCE_DIR, 'docs')
@@ -180,4 +182,4 @@ class ManualPageTest(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    unittest.main(verbosity=2)
+    plinthtest.main()

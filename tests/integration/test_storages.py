@@ -2,11 +2,6 @@
 # SPDX-License-Identifier: LicenseRef-plinthd
 """External drives on the Storages object: recorded devices, real mounts, signals on the bus."""
 
-import glob
-import os
-import time
-import unittest
-
 import dbus
 import dbus.lowlevel
 
@@ -16,17 +11,6 @@ from storagebench import SECTOR
 
 MiB = 1024 * 1024
 SD_P2_SECTORS = 10633216
-
-
-def context_switches(pid):
-    """Every time any thread of the process went to sleep or was preempted."""
-    total = 0
-    for status in glob.glob('/proc/%d/task/*/status' % pid):
-        with open(status) as f:
-            for line in f:
-                if 'ctxt_switches' in line:
-                    total += int(line.split()[1])
-    return total
 
 
 def call_message(bus, method):
@@ -181,23 +165,6 @@ class ExternalStorageTest(storagebench.StorageTestCase):
         self.mount('mmcblk1p2', 4 * MiB)
         got = signals.wait_for(2)
         self.assert_summary(got[0][1], True, 2, 12 * MiB, 12 * MiB, 0)
-
-    @unittest.skipIf(os.environ.get('PLINTHD_SANITIZE') == 'thread',
-                     "ThreadSanitizer's own background thread wakes up periodically")
-    def test_idle_daemon_makes_no_wakeups(self):
-        # Drives and mounts are noticed through udev's socket and the mount
-        # table's poll flag, not by polling: an idle daemon never wakes.
-        daemon = self.start_storage_daemon(devices=('emmc', 'sdcard'))
-        self.mount('mmcblk1p1', 8 * MiB)
-        self.storages().getExternalStorageInfo()
-        time.sleep(0.3)
-        before = context_switches(daemon.process.pid)
-        time.sleep(1.5)
-        self.assertEqual(context_switches(daemon.process.pid), before)
-        # Not asleep for good: a change still wakes it.
-        signals = self.recorder()
-        self.umount('mmcblk1p1')
-        self.assertEqual(len(signals.wait_for(2)), 2)
 
 
 if __name__ == '__main__':

@@ -13,6 +13,8 @@ import subprocess
 import tempfile
 import unittest
 
+import plinthtest
+
 BUILD_DIR = os.environ.get('PLINTHD_BUILD_DIR', '')
 SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', '')
 UNIT = os.path.join(BUILD_DIR, 'data', 'plinthd.service')
@@ -91,4 +93,4 @@ class SystemdUnitTest(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    unittest.main(verbosity=2)
+    plinthtest.main()

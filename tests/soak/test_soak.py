@@ -52,6 +52,7 @@ from gi.repository import GLib
 
 import knownanswers
 import loadclients
+import plinthtest
 import scriptedpeer
 import simtest
 import storagebench
@@ -741,13 +742,13 @@ DATAGRAM_QUEUE = 4096
 
 
 def own_network_namespace():
-    """Re-runs this script in a network namespace of its own, once."""
-    if os.environ.get('PLINTHD_SOAK_NETNS'):
+    """Re-runs this script in namespaces of its own, once, the way CTest runs it."""
+    if plinthtest.in_test_namespace():
         with open('/proc/sys/net/unix/max_dgram_qlen', 'w') as f:
             f.write(str(DATAGRAM_QUEUE))
         return
-    os.environ['PLINTHD_SOAK_NETNS'] = '1'
-    os.execvp('unshare', ['unshare', '--net', '--', sys.executable, os.path.abspath(__file__)] + sys.argv[1:])
+    runner = os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'harness', 'run-test')
+    os.execv(runner, [runner, '--network-namespace', '--', sys.executable, os.path.abspath(__file__)] + sys.argv[1:])
 
 
 def main():

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 #include "privatedconf.h"
 
+#include "mountnamespace.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QString>
 
-#include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
 #include <utime.h>
 
 namespace {
@@ -28,9 +28,7 @@ namespace PrivateDconf {
 
 bool enter()
 {
-    if (geteuid() != 0 || !QDir(QLatin1String(DconfDir)).exists())
-        return false;
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if (!MountNamespace::inside() || !QDir(QLatin1String(DconfDir)).exists())
         return false;
     if (mount("tmpfs", DconfDir, "tmpfs", 0, "mode=0755") != 0)
         return false;

@@ -4,16 +4,16 @@
 
 #include <QByteArray>
 
-// A dconf system database of the test's own, in a mount namespace with a tmpfs
-// over /etc/dconf, so that the machine's configuration is never touched. The
+// A dconf system database of the test's own: a tmpfs over /etc/dconf in the
+// private mount namespace CTest runs the test in (MOUNT_NAMESPACE), so that the
+// machine's configuration is never touched. The
 // process reads it through DCONF_PROFILE, and write() compiles keyfiles with
 // "dconf update", which announces the change on the system bus as it would on
 // a device.
 namespace PrivateDconf {
 
-// Call first in main(), before QCoreApplication and before any thread exists:
-// a mount namespace belongs to the thread that makes it. Needs root; returns
-// whether the database is in place.
+// Call first in main(), before QCoreApplication reads DCONF_PROFILE. Returns
+// whether the database is in place (not without that namespace or /etc/dconf).
 bool enter();
 bool isReady();
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
-// BasicService on a private system bus (run through with-private-bus).
+// BasicService on a private system bus (PRIVATE_BUS in CMakeLists).
 #include "basicservice.h"
 
 #include <QDBusConnection>

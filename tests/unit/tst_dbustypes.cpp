@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 // Marshalling of the structured answers, checked on a real bus round trip
-// (run through with-private-bus).
+// (PRIVATE_BUS in CMakeLists).
 #include "dbustypes.h"
 
 #include <QDBusArgument>

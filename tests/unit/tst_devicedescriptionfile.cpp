@@ -572,7 +572,6 @@ int main(int argc, char *argv[])
                                  .record(QString::fromLocal8Bit(argv[3]), QByteArray(argv[4]).toDouble());
         return written ? 0 : 1;
     }
-    MountNamespace::enter(argc, argv);
     QCoreApplication app(argc, argv);
     TestDeviceDescriptionFile test;
     return QTest::qExec(&test, argc, argv);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
-// The Linux platform classes against fake kernel and distribution files. The
-// test moves itself into a private mount namespace and mounts fake trees over
+// The Linux platform classes against fake kernel and distribution files. In
+// the private mount namespace CTest runs it in, the test mounts fake trees over
 // /sys/class, /sys/firmware, /etc and /usr/lib/os-release, so the classes read
 // the very paths they read on a device. Needs root; skipped otherwise.
 #include <aboutsettings.h>
@@ -9,12 +9,13 @@
 #include <filecontent.h>
 #include <kernelfiles.h>
 
+#include "mountnamespace.h"
+
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -97,10 +98,8 @@ private:
 private slots:
     void initTestCase()
     {
-        if (::geteuid() != 0)
-            QSKIP("needs root for a private mount namespace");
-        QVERIFY2(::unshare(CLONE_NEWNS) == 0, std::strerror(errno));
-        QVERIFY2(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, std::strerror(errno));
+        if (!MountNamespace::inside())
+            QSKIP("needs root and the mount namespace of its own that ctest gives it");
     }
 
     void init()

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
-// The client's bus side on a private system bus (run through with-private-bus):
+// The client's bus side on a private system bus (PRIVATE_BUS in CMakeLists):
 // values as they really arrive from the wire, and batches of calls.
 #include "busquery.h"
 #include "dbustypes.h"

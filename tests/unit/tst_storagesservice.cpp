@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
-// StoragesService on a private system bus (run through with-private-bus): the
+// StoragesService on a private system bus (PRIVATE_BUS in CMakeLists): the
 // delayed replies from the pool, seen from a client connection of its own.
 #include "storagesservice.h"
 

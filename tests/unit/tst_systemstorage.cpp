@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
-// The system categories on real folders and a real package database: the
-// test re-runs itself in a private mount namespace (needs root) with tmpfs
-// over /opt, /var/cache and /var/log.
+// The system categories on real folders and a real package database: in the
+// private mount namespace CTest runs it in (needs root), with tmpfs over /opt,
+// /var/cache and /var/log.
 #include "mountnamespace.h"
 #include "rpmtestdatabase.h"
 #include "testfiles.h"
@@ -25,7 +25,7 @@ private slots:
     void initTestCase()
     {
         if (!MountNamespace::inside() || qEnvironmentVariableIsEmpty("PLINTHD_SOURCE_DIR"))
-            QSKIP("needs root, a mount namespace of its own and PLINTHD_SOURCE_DIR (run through ctest)");
+            QSKIP("needs root, the mount namespace of its own and PLINTHD_SOURCE_DIR that ctest gives it");
         for (const char *path : {"/opt", "/var/cache", "/var/log"})
             QVERIFY(MountNamespace::mount({"-t", "tmpfs", "tmpfs", path}));
         QVERIFY(RpmTestDatabase::install(m_workdir.path(), {{"tarn-maps", 4096},
@@ -93,12 +93,6 @@ private slots:
     }
 };
 
-int main(int argc, char **argv)
-{
-    MountNamespace::enter(argc, argv);
-    QCoreApplication app(argc, argv);
-    TestSystemStorage test;
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_GUILESS_MAIN(TestSystemStorage)
 
 #include "tst_systemstorage.moc"

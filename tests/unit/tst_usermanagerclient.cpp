@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
-// UserManagerClient on a private system bus (run through with-private-bus):
+// UserManagerClient on a private system bus (PRIVATE_BUS in CMakeLists):
 // many threads asking at once, with the user manager missing and present.
 //
 // The first case is the regression test of a crash: while every thread made

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-plinthd
 // The per-user breakdown of the user partition and the quota report, on a
-// real /home and a real account database: the test re-runs itself in a
-// private mount namespace with a tmpfs on /home and its own /etc/passwd
-// (needs root). Quotas come through a fake source: the kernels here have no
+// real /home and a real account database: in the private mount namespace
+// CTest runs it in (needs root), with a tmpfs on /home and its own /etc/passwd. Quotas come through a fake source: the kernels here have no
 // quota support.
 #include "deviceusers.h"
 #include "mountnamespace.h"
@@ -89,7 +88,7 @@ private slots:
     void initTestCase()
     {
         if (!MountNamespace::inside())
-            QSKIP("needs root and a mount namespace of its own");
+            QSKIP("needs root and the mount namespace of its own that ctest gives it");
         QVERIFY(m_scratch.isValid());
         QVERIFY(MountNamespace::mount({"-t", "tmpfs", "tmpfs", "/home"}));
         m_passwd = m_scratch.filePath("passwd");
@@ -310,12 +309,6 @@ private slots:
     }
 };
 
-int main(int argc, char **argv)
-{
-    MountNamespace::enter(argc, argv);
-    QCoreApplication app(argc, argv);
-    TestUserStorage test;
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_GUILESS_MAIN(TestUserStorage)
 
 #include "tst_userstorage.moc"

@@ -55,9 +55,16 @@ int fail(const QString &message)
     return 1;
 }
 
-int runMonitor(QCoreApplication &app, bool json)
+// The monitor's own connection rather than QDBusConnection::systemBus(): Qt
+// holds back everything the default connection receives until the event loop
+// runs, and then delivers what arrives at that moment ahead of what it held
+// back. A signal sent just after "Monitoring" could then be shown after one
+// sent later. A connection made by name delivers in order from the start.
+const char MonitorConnectionName[] = "plinthctl-monitor";
+
+int monitorUntilQuit(QCoreApplication &app, const QDBusConnection &bus, bool json)
 {
-    SignalMonitor monitor(QDBusConnection::systemBus(), json ? SignalMonitor::Json : SignalMonitor::Text, stdout);
+    SignalMonitor monitor(bus, json ? SignalMonitor::Json : SignalMonitor::Text, stdout);
     QString error;
     if (!monitor.start(&error))
         return fail(error);
@@ -67,6 +74,14 @@ int runMonitor(QCoreApplication &app, bool json)
     print(stderr, QByteArrayLiteral("Monitoring the signals of org.norvu.plinth; Ctrl-C stops.\n"));
     app.exec();
     return 0;
+}
+
+int runMonitor(QCoreApplication &app, bool json)
+{
+    const QString name = QLatin1String(MonitorConnectionName);
+    const int status = monitorUntilQuit(app, QDBusConnection::connectToBus(QDBusConnection::SystemBus, name), json);
+    QDBusConnection::disconnectFromBus(name);
+    return status;
 }
 
 int runQuery(const CommandLine &commandLine)
