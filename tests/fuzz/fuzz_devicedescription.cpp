@@ -99,6 +99,28 @@ QByteArray readAll(const QString &path)
 
 } // namespace
 
+// Qt 5.15's JSON parser leaks the value of a key that appears twice in one
+// object when that value is an array or an object (about 80 bytes, inside
+// QJsonDocument::fromJson; regressions/devicedescription/duplicate-keys-with-
+// array-values). Not ours to fix, and harmless to the daemon, which parses
+// the file once a camera measurement; the leak check must not stop at it.
+// Qt's frames are only seen with the slow unwinder. Both are read by the
+// sanitizers at start-up, in the libFuzzer program and in the replay alike.
+extern "C" const char *__asan_default_options()
+{
+    return "fast_unwind_on_malloc=0";
+}
+
+extern "C" const char *__lsan_default_options()
+{
+    return "print_suppressions=0";
+}
+
+extern "C" const char *__lsan_default_suppressions()
+{
+    return "leak:QJsonDocument::fromJson\n";
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray content = FuzzInput::bytes(data, size);
