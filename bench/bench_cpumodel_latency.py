@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """getCpuModel latency while system-storage queries walk a big tree.
 
 Makes a tree of about 1,000,000 entries, starts the real daemon on a private

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // Directory walk speed: the daemon's walker on a generated tree of about
 // 200,000 entries against `du -s -b --apparent-size` on the same tree, warm
 // cache, side by side in the same run. Prints ratios; never fails on a figure.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // Package size sums: PackageSizes::sum("tarn-*") on a database of 2,000 tiny
 // packages against `rpm -qa --qf '%{SIZE}\n' 'tarn-*'` on the same database,
 // side by side in the same run. Prints the ratio; never fails on a figure.

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Measuring tools shared by the benchmarks, and the table they all print into.
 
 Every figure is taken side by side with a reference measured in the same run,

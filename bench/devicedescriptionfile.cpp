@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // What the atomic replacement of the device description file costs: the time
 // of DeviceDescriptionFile::record() against the same update written in place over
 // the old file (truncate and write, the unsafe way), measured in alternating

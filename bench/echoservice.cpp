@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The reference for the Features benchmark: the least a Qt D-Bus service can
 // do to answer a call, on the same bus and driven by the same client as the
 // daemon. It owns "org.norvu.plinth.bench.Echo" on the system bus (whatever

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Speed, start-up, idle wake-ups and memory of the Features object.
 
 Part of ./bench, which prints these rows with every other figure of the

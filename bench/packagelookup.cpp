@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // How long the certification probe takes on the installed-package database
 // that librpm opens by default (bench/features.py points HOME at one with
 // thousands of packages), against walking the whole database for the same

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Every benchmark figure of plinthd as one table; run by ./bench.
 
     /usr/bin/python3 bench/report.py [--build build/release] [--packages 2000] [--quick]

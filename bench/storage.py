@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The storage rows of bench/run: the directory walk against du, the package
 sum against rpm -qa, and Features latency while storage queries walk a large
 tree.

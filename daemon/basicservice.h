@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 #ifndef PLINTHD_BASICSERVICE_H
 #define PLINTHD_BASICSERVICE_H
 

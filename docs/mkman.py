@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Makes the manual page plinthd-interfaces(7) from the interface reference.
 
     mkman.py OUTPUT [VERSION]
@@ -160,7 +160,7 @@ def convert(markdown, top):
 
 def page(directory, version):
     out = ["'\\\" t",
-           '.\\" SPDX-License-Identifier: LicenseRef-plinthd',
+           '.\\" SPDX-License-Identifier: BSD-3-Clause',
            '.\\" Made by docs/mkman.py from docs/*.md; edit those instead.',
            '.TH PLINTHD\\-INTERFACES 7 "" "plinthd %s" "plinthd"' % version,
            # Names of members and keys read better unbroken, and table cells

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Reads the machine-readable parts of the interface reference (docs/*.md).
 
 Two kinds of tables are read, each announced by an HTML comment on the line

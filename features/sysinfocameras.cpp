@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // SysInfo's cameras: measuring the still resolution of the first back and
 // front camera, and following the camera access policy.
 

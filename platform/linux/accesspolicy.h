@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 #ifndef BRISA_ACCESSPOLICY_H
 #define BRISA_ACCESSPOLICY_H
 

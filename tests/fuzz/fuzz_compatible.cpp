@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The device tree's "compatible" property: NUL-terminated strings of
 // "vendor,name", the processor's model taken from the last piece.
 #include "fuzzinput.h"

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The cpufreq maximum of every core, one value a line as the shell prints the
 // files (kHz), turned into the per-core list of MHz.
 #include "fuzzinput.h"

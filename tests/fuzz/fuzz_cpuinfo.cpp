@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The lines of /proc/cpuinfo that grep lets through, and the SoC name picked
 // from its "Hardware" line.
 #include "fuzzinput.h"

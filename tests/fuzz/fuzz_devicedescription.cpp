@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The device description file: whatever JSON (or not) is found there, the
 // camera value is recorded into the first device entry and nothing else
 // changes, or the file is left alone. Each input is written to a real file and

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // File names as the storage walk meets them: which are valid UTF-8, decided
 // without building a QString. The walk must leave out exactly the names that
 // Qt's own directory listing leaves out, so Qt's UTF-8 decoder is the judge.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // lscpu's standard output, as SysInfo keeps it at start-up and reads the core
 // count and the clock from it on every call.
 #include "fuzzinput.h"

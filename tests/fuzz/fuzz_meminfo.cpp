@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // /proc/meminfo: the total and free memory in bytes.
 #include "fuzzinput.h"
 

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // A display modes file of the framebuffer or of a DRM connector
 // ("U:720x1440p-0"), and the resolution taken from its first mode.
 #include "fuzzinput.h"

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The kernel's mount table (mountinfo format) as libmount parses it for the
 // partition manager, and the partitions joined from it and a fixed set of
 // block devices: an internal eMMC with its root and /home partitions and a

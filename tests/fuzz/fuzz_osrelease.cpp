@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // os-release: shell-style KEY=VALUE assignments, read for the OS version.
 #include "fuzzinput.h"
 

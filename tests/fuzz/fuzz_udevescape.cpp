@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // udev's escaped property values ("\xNN" for unsafe bytes), as the partition
 // manager reads file system labels, partition names and drive names.
 #include "fuzzinput.h"

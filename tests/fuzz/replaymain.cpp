@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // Runs a fuzz target's entry point over saved inputs, without libFuzzer: every
 // file named on the command line, and every file under each directory named
 // there (in name order, so a failure is reproducible). Directories that do not

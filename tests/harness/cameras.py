@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Cameras, the policy manager and the device description file for tests of plinthd.
 
 CameraRig prepares what start_daemon() needs so that the daemon's Qt Multimedia

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The end every load and fault test asks of the daemon: status 0 on SIGTERM
 and no report from a sanitizer (ASan, LSan at exit, UBSan, TSan).
 

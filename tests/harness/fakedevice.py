@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """A fake device for the daemon: kernel files, firmware, OS identity, tools.
 
     device = fakedevice.FakeDevice(self.workdir)

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """A device whose every Features answer is known, for the load and fault tests.
 
     device = knownanswers.KnownDevice(self)      # self: a DaemonTestCase

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Many bus clients calling the daemon at once, for the load tests.
 
     load = loadclients.Load(address, clients=16, in_flight=4)

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """A modem at the far end of a TCP connection, speaking AT commands.
 
 oFono's "phonesim" modem driver connects to a TCP port when the modem is

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """python3-dbusmock's ofono template, on the system bus, without modems.
 
 Unlike dbusmock's own launcher, which claims the bus name first and loads the

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Test bench for plinthd: a private system bus, mocked peers, the real daemon.
 
 Everything a test starts here is torn down by the test's cleanups, so no

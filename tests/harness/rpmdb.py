@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """A real RPM database of tiny packages, for tests and benchmarks.
 
     db = rpmdb.RpmDatabase(workdir)

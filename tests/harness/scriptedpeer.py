@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """A bus peer that answers at once, late or never, for the fault tests.
 
     peer = scriptedpeer.ScriptedPeer(self, 'org.brisaos.usermanager', '/', {

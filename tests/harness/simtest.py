@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Bench for the SIM object: a mocked oFono or the real one with simulated
 modems, a private dconf database and a recorder of the daemon's SIM signals.
 

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Drives that come and go, for the storage tests.
 
 Block devices come from umockdev: device descriptions in the umockdev record

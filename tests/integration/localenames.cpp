@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // Prints the name of every locale the framework knows, one a line, in the
 // framework's own order, so the locale tests can work out the order they must
 // see from the daemon instead of assuming one.

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Names and texts that are not valid UTF-8, as a file system and firmware may
 hold them: font files, locale directories, os-release values and device-tree
 strings.

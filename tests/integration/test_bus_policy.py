@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The shipped bus policy, on a bus configured exactly like the machine's.
 
 The test process runs in a mount and network namespace of its own and

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """docs/examples/cpp/drives.cpp, following externalDriveChanged, against the
 real daemon: an SD card (two partitions, recorded with umockdev) arrives, one
 partition is mounted, and the card leaves."""

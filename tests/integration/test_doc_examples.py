@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The examples of docs/examples, run against the real daemon on the private bus.
 
 Each class is one CTest test (named on the command line). The examples use

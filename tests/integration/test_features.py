@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The Features object of the real daemon on a fake device.
 
 Each test lays out a fake device (tests/harness/fakedevice.py: /proc, /sys,

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """getFontNames and getFontFamilyNames over the bus, with the daemon's fontconfig
 reading a configuration made by the test (FONTCONFIG_FILE)."""
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The real daemon under load: many clients at once, clients that leave before
 their replies, and SIGTERM in the middle of it all.
 

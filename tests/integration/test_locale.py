@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """getLocale and getLocales over the bus: the user manager as a mocked peer, and
 /usr/lib/locale faked in a private mount namespace."""
 

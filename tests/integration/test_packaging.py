@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """What `cmake --install` puts where, and the packages that follow it.
 
 The install runs into a scratch DESTDIR from the build tree. The RPM spec's

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Peers of the daemon that fail it: the user manager, systemd and oFono going
 away in the middle of a call, or holding a call without ever answering.
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """A user manager that stays on the bus but never answers getUserLocale.
 
 The daemon asks it with a blocking call and Qt's default D-Bus time-out (25

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """plinthctl against the real daemon and against a stand-in with known answers.
 
 The real daemon checks that every command works end to end and shows exactly

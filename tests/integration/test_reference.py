@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The interface reference (docs/) against the interface descriptions (dbus/).
 
 Every member of every published interface is in its page's member table, in

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Every key the daemon sends is in the reference with its D-Bus type, and
 every key of the reference is sent.
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The SIM object on the bus, driven by a mocked oFono and a real dconf database."""
 
 import dbus

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The SIM object on the bus, driven by the real oFono daemon and simulated
 modems (tests/harness/modemsim.py), with a real dconf database.
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The daemon's life on the bus: name, objects, interfaces, exit paths, logging."""
 
 import os

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Internal storage, the user partition, system categories and quotas over the bus.
 
 The daemon runs in a private mount namespace: /home is a tmpfs of its own

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """An idle daemon with external drives never wakes up, and a change still wakes it.
 
 A test of its own: ThreadSanitizer's runtime has a thread of its own that

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The Storages object under load: thousands of queries from sixteen clients,
 each answer checked; clients that leave before their delayed replies; and the
 Features object answering throughout.

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """External drives on the Storages object: recorded devices, real mounts, signals on the bus."""
 
 import dbus

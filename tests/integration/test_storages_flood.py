@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Many storage queries at once, from several clients, while drives come and go; and SIGTERM under load."""
 
 import signal

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """The shipped systemd unit and activation file, as configured in the build tree.
 
 systemd-analyze judges the unit: it must be valid, and the sandbox must keep

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // Linked into every program of the ThreadSanitizer build only: what the tool
 // needs to know about Debian's uninstrumented Qt.
 //

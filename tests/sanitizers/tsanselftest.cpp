@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // Checks the ThreadSanitizer set-up itself: a counter that two threads bump
 // in turns under a QMutex must pass without a report (the lock is visible to
 // the tool), and the same counter without the lock must be reported (the tool

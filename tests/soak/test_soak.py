@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Chaos soak: the real daemon under many clients while its peers come, go,
 hang and fail, drives come and go and mounts change.
 

@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Boots the guest under QEMU and serves its requests to plug and unplug a
 USB stick, until the guest powers off or the time is up.
 

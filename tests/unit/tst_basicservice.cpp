@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // BasicService on a private system bus (PRIVATE_BUS in CMakeLists).
 #include "basicservice.h"
 

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // Marshalling of the structured answers, checked on a real bus round trip
 // (PRIVATE_BUS in CMakeLists).
 #include "dbustypes.h"

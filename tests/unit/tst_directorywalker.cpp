@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The daemon's directory walker against the plain QDir/QFileInfo walk, on
 // generated trees: other owners (needs root for chown), links of every kind,
 // hidden and undecodable names, exclusions, odd spellings of the top path and

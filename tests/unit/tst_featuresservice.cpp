@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // FeaturesService on a private system bus (PRIVATE_BUS in CMakeLists): what
 // its hardware provider announces reaches the bus. Its answers are checked
 // where their inputs are known: on faked kernel and distribution files through

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // FontInfo against the real fontconfig library, each case under a font
 // configuration of its own.
 #include "fontinfo.h"

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // FontInfo when fontconfig fails. Fontconfig cannot be made to fail these calls
 // from the outside (they fail on allocation errors), so this program defines the
 // few entry points it breaks: the linker binds FontInfo's calls to these, which

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The kernels here have no quota support: the real question must come back
 // unanswered, for every device, rather than with a made-up limit.
 #include "kernelquotasource.h"

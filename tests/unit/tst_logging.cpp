@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The debug switch behind PLINTHD_DEBUG: every category the daemon and its
 // platform classes define is named under "plinthd", and the switch turns debug
 // and info on for all of them, without silencing what Qt's own rules enable.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // librpm with a configuration whose database folder holds no database, as on
 // Debian (~/.rpmdb, with HOME a fresh folder here): the queries answer "none",
 // the state is reported once, and nothing is created where the database would

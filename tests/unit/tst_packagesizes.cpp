@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // Package size sums on a real RPM database of tiny packages built by the
 // test bench (tests/harness/rpmdb.py), made the default database through HOME.
 #include "packagesizes.h"

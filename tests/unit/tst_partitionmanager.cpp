@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // PartitionManager on recorded devices (umockdev, events included) and a
 // fixture mount table that the test rewrites: which partitions it lists, what
 // it says about them, and which signals each change gives.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The mount table reader on fixture files, and the rules that turn mounts and
 // block devices into typed partitions. No devices, no bus.
 #include "partitionscanner.h"

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The Linux platform classes against fake kernel and distribution files. In
 // the private mount namespace CTest runs it in, the test mounts fake trees over
 // /sys/class, /sys/firmware, /etc and /usr/lib/os-release, so the classes read

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The client's bus side on a private system bus (PRIVATE_BUS in CMakeLists):
 // values as they really arrive from the wire, and batches of calls.
 #include "busquery.h"

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The client's formatting units: sizes, JSON, labels, the text layout, the
 // command line, the interface descriptions and the monitor's entries.
 #include "busquery.h"

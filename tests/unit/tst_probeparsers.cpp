@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The text side of SysInfo's probes, fed good, odd and hostile input.
 #include "probeparsers.h"
 

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // StoragesInfo on recorded devices (umockdev) and real mounts in the test's
 // own mount namespace: the summary and drive maps, the three slots with their
 // deliberate asymmetries, and queries on pool threads while the slots rebuild

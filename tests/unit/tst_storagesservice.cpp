@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // StoragesService on a private system bus (PRIVATE_BUS in CMakeLists): the
 // delayed replies from the pool, seen from a client connection of its own.
 #include "storagesservice.h"

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The system categories on real folders and a real package database: in the
 // private mount namespace CTest runs it in (needs root), with tmpfs over /opt,
 // /var/cache and /var/log.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // UserManagerClient on a private system bus (PRIVATE_BUS in CMakeLists):
 // many threads asking at once, with the user manager missing and present.
 //

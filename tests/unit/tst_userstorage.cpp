@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // The per-user breakdown of the user partition and the quota report, on a
 // real /home and a real account database: in the private mount namespace
 // CTest runs it in (needs root), with a tmpfs on /home and its own /etc/passwd. Quotas come through a fake source: the kernels here have no

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 // plinthctl: asks plinthd on the system bus and shows its answers.
 
 #include "busquery.h"

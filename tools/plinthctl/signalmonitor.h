@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 #ifndef PLINTHCTL_SIGNALMONITOR_H
 #define PLINTHCTL_SIGNALMONITOR_H
 

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 //
 // Follows the external drives with Qt: lists them, then prints every
 // externalDriveChanged signal as it comes.

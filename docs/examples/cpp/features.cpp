@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 //
 // Synchronous calls of plinthd with Qt: a few Features questions, a property
 // and the SIM cards. Every Features and SIM method answers in the call, so a

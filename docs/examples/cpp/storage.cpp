@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: LicenseRef-plinthd
+// SPDX-License-Identifier: BSD-3-Clause
 //
 // Asynchronous storage questions with Qt. getInternalUserPartitionInfo and
 // getSystemStorageInfo are answered later, from a worker of the daemon, once

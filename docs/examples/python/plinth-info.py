@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """plinthd from Python with GLib's Gio (Debian: python3-gi).
 
     plinth-info.py

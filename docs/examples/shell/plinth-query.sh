@@ -1,5 +1,5 @@
 #!/bin/sh
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 # plinthd from the shell, with busctl (systemd) and gdbus (Debian:
 # libglib2.0-bin). Both use the system bus, or the one DBUS_SYSTEM_BUS_ADDRESS
 # names.

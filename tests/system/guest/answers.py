@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Asks the daemon every method and property its installed interface
 descriptions list and prints the answers as one JSON document, each value
 with its D-Bus type, so that two runs can be compared exactly.

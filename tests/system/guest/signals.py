@@ -1,4 +1,4 @@
-# SPDX-License-Identifier: LicenseRef-plinthd
+# SPDX-License-Identifier: BSD-3-Clause
 """Checks the daemon's Storages signals that `busctl monitor --json=short`
 recorded, from a given line of the record on (the scenario notes the line
 count before each step).
