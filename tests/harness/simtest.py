@@ -335,6 +335,10 @@ class SignalRecorder:
         return [(name, brief(cards)) for name, _, cards in self.received]
 
 
+def names(cards):
+    return [str(c['simName']) for c in cards]
+
+
 def brief(cards):
     """(simName, enabled, operatorName, preferredDataTransfer, preferredVoiceCall) per card."""
     return [(str(c['simName']), bool(c['enabled']), str(c['operatorName']),
@@ -389,6 +393,30 @@ class SimTestCase(plinthtest.DaemonTestCase):
 
     def cards(self):
         return self.sim().getSimCardsInfo()
+
+    def wait_cards(self, expected, timeout=10.0):
+        """Until getSimCardsInfo gives expected (brief form); returns the cards."""
+        cards = None
+
+        def settled():
+            nonlocal cards
+            self.signals.dispatch()
+            cards = self.cards()
+            return brief(cards) == expected
+        try:
+            plinthtest.wait_until(settled, timeout, what='cards %s' % expected)
+        except AssertionError:
+            self.fail('cards %s, expected %s; signals: %s' % (brief(cards), expected, self.signals.summary()))
+        return cards
+
+    def assertSignalsWellTyped(self):
+        """At least one signal so far, each of the three with the card list's type."""
+        self.signals.dispatch()
+        self.assertTrue(self.signals.received)
+        for member, signature, cards in self.signals.received:
+            self.assertIn(member, SIM_SIGNALS)
+            self.assertEqual(signature, 'aa{sv}')
+            self.assertCardTypes(cards)
 
     def assertCardTypes(self, cards):
         """aa{sv} with the five keys, booleans and strings."""

@@ -5,41 +5,14 @@
 import dbus
 
 import simtest
-from simtest import brief, imsi
+from simtest import brief, imsi, names
 
 ENABLED = 'simCardsEnabledChanged'
 DATA = 'preferredDataTransferSimChanged'
 VOICE = 'preferredVoiceCallSimChanged'
 
 
-def names(cards):
-    return [str(c['simName']) for c in cards]
-
-
 class SimTest(simtest.SimTestCase):
-
-    def wait_cards(self, expected, timeout=10.0):
-        """Until getSimCardsInfo gives expected (brief form); returns the cards."""
-        cards = None
-
-        def settled():
-            nonlocal cards
-            self.signals.dispatch()
-            cards = self.cards()
-            return brief(cards) == expected
-        try:
-            simtest.plinthtest.wait_until(settled, timeout, what='cards %s' % expected)
-        except AssertionError:
-            self.fail('cards %s, expected %s; signals: %s' % (brief(cards), expected, self.signals.summary()))
-        return cards
-
-    def assertSignalsWellTyped(self):
-        self.signals.dispatch()
-        self.assertTrue(self.signals.received)
-        for member, signature, cards in self.signals.received:
-            self.assertIn(member, simtest.SIM_SIGNALS)
-            self.assertEqual(signature, 'aa{sv}')
-            self.assertCardTypes(cards)
 
     def assertQuiet(self, mark, member=None, seconds=1.0):
         self.signals.spin(seconds)

@@ -28,7 +28,7 @@ daemon announces, the tests say so:
 import sys
 
 import simtest
-from simtest import brief, sim_card
+from simtest import brief, names, sim_card
 
 ENABLED = 'simCardsEnabledChanged'
 DATA = 'preferredDataTransferSimChanged'
@@ -37,10 +37,6 @@ VOICE = 'preferredVoiceCallSimChanged'
 # Powering a modem takes oFono several dozen AT round trips; on a loaded
 # machine under a sanitizer that is seconds.
 TIMEOUT = 60.0
-
-
-def names(cards):
-    return [str(c['simName']) for c in cards]
 
 
 class RealOfonoSimTest(simtest.SimTestCase):
@@ -64,27 +60,15 @@ class RealOfonoSimTest(simtest.SimTestCase):
         return self.ofono
 
     def wait_cards(self, expected, timeout=TIMEOUT):
-        """Until getSimCardsInfo gives expected (brief form); returns the cards."""
-        cards = None
+        return super().wait_cards(expected, timeout)
 
-        def settled():
-            nonlocal cards
-            self.signals.dispatch()
-            cards = self.cards()
-            return brief(cards) == expected
-        try:
-            simtest.plinthtest.wait_until(settled, timeout, what='cards %s' % expected)
-        except AssertionError:
-            self.fail('cards %s, expected %s; signals: %s' % (brief(cards), expected, self.signals.summary()))
-        return cards
-
-    def assertSignalsWellTyped(self):
-        self.signals.dispatch()
-        self.assertTrue(self.signals.received)
-        for member, signature, cards in self.signals.received:
-            self.assertIn(member, simtest.SIM_SIGNALS)
-            self.assertEqual(signature, 'aa{sv}')
-            self.assertCardTypes(cards)
+    def start_with_two_cards_powered(self):
+        """Two modems with a card each ("Fake Tel", "Other Tel"), both powered
+        and online, and the daemon; returns the oFono and the daemon."""
+        ofono = self.start_ofono_with(sim_card(0, 'Fake Tel'), sim_card(1, 'Other Tel'))
+        ofono.power(0)
+        ofono.power(1)
+        return ofono, self.start_sim_daemon()
 
     def assertNoCards(self, mark=0):
         """Nothing listed, now or in any signal since mark."""
@@ -124,10 +108,7 @@ class RealOfonoSimTest(simtest.SimTestCase):
 
     def test_two_modems_follow_the_default_sims(self):
         self.write_settings(default_voice_sim="'%s'" % sim_card(1).imsi)
-        ofono = self.start_ofono_with(sim_card(0, 'Fake Tel'), sim_card(1, 'Other Tel'))
-        ofono.power(0)
-        ofono.power(1)
-        self.start_sim_daemon()
+        ofono, daemon = self.start_with_two_cards_powered()
         # Data: the first modem with powered packet data (oFono powers it by
         # default); voice: the setting.
         self.wait_cards([('SIM1', True, 'Fake Tel', True, False), ('SIM2', True, 'Other Tel', False, True)])
@@ -170,10 +151,7 @@ class RealOfonoSimTest(simtest.SimTestCase):
     # that still has one. A new card comes back without an operator name,
     # which follows once oFono has read it.
     def test_card_pulled_and_inserted(self):
-        ofono = self.start_ofono_with(sim_card(0, 'Fake Tel'), sim_card(1, 'Other Tel'))
-        ofono.power(0)
-        ofono.power(1)
-        self.start_sim_daemon()
+        ofono, daemon = self.start_with_two_cards_powered()
         self.wait_cards([('SIM1', True, 'Fake Tel', True, False), ('SIM2', True, 'Other Tel', False, False)])
 
         mark = self.signals.settle()
@@ -196,10 +174,7 @@ class RealOfonoSimTest(simtest.SimTestCase):
 
     # A modem switched off takes its card off the list.
     def test_modem_powered_off(self):
-        ofono = self.start_ofono_with(sim_card(0, 'Fake Tel'), sim_card(1, 'Other Tel'))
-        ofono.power(0)
-        ofono.power(1)
-        self.start_sim_daemon()
+        ofono, daemon = self.start_with_two_cards_powered()
         self.wait_cards([('SIM1', True, 'Fake Tel', True, False), ('SIM2', True, 'Other Tel', False, False)])
 
         mark = self.signals.settle()
@@ -212,10 +187,7 @@ class RealOfonoSimTest(simtest.SimTestCase):
     # Any usage mode but 1 and 2 means no SIM is preferred for voice.
     def test_usage_mode_zero_prefers_no_voice_sim(self):
         self.write_settings(voice_sim_usage_mode='0', default_voice_sim="'%s'" % sim_card(0).imsi)
-        ofono = self.start_ofono_with(sim_card(0, 'Fake Tel'), sim_card(1, 'Other Tel'))
-        ofono.power(0)
-        ofono.power(1)
-        self.start_sim_daemon()
+        ofono, daemon = self.start_with_two_cards_powered()
         self.signals.wait_for(VOICE, timeout=TIMEOUT)
         self.wait_cards([('SIM1', True, 'Fake Tel', True, False), ('SIM2', True, 'Other Tel', False, False)])
 
@@ -229,10 +201,7 @@ class RealOfonoSimTest(simtest.SimTestCase):
     def test_repeated_voice_notification(self):
         second = sim_card(1).imsi
         self.write_settings(voice_sim_usage_mode='1', default_voice_sim="'%s'" % second)
-        ofono = self.start_ofono_with(sim_card(0, 'Fake Tel'), sim_card(1, 'Other Tel'))
-        ofono.power(0)
-        ofono.power(1)
-        self.start_sim_daemon()
+        ofono, daemon = self.start_with_two_cards_powered()
         expected = [('SIM1', True, 'Fake Tel', True, False), ('SIM2', True, 'Other Tel', False, True)]
         self.wait_cards(expected)
 
@@ -253,10 +222,7 @@ class RealOfonoSimTest(simtest.SimTestCase):
     # oFono says goodbye modem by modem before it leaves the bus; the list
     # empties, and follows the next oFono, whose modems start unpowered again.
     def test_ofono_leaves_and_comes_back(self):
-        ofono = self.start_ofono_with(sim_card(0, 'Fake Tel'), sim_card(1, 'Other Tel'))
-        ofono.power(0)
-        ofono.power(1)
-        daemon = self.start_sim_daemon()
+        ofono, daemon = self.start_with_two_cards_powered()
         self.wait_cards([('SIM1', True, 'Fake Tel', True, False), ('SIM2', True, 'Other Tel', False, False)])
 
         mark = self.signals.settle()
@@ -277,10 +243,7 @@ class RealOfonoSimTest(simtest.SimTestCase):
     # Everything the SIM object set up is torn down cleanly on SIGTERM (and,
     # in the sanitizer builds, without a report), after cards came and went.
     def test_clean_exit_after_changes(self):
-        ofono = self.start_ofono_with(sim_card(0, 'Fake Tel'), sim_card(1, 'Other Tel'))
-        ofono.power(0)
-        ofono.power(1)
-        daemon = self.start_sim_daemon()
+        ofono, daemon = self.start_with_two_cards_powered()
         self.wait_cards([('SIM1', True, 'Fake Tel', True, False), ('SIM2', True, 'Other Tel', False, False)])
         self.write_settings(default_voice_sim="'%s'" % sim_card(1).imsi)
         ofono.pull_card(0)
