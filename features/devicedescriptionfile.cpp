@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "devicedescriptionfile.h"
 
+#include "filecontent.h"
 #include "logging.h"
 
 #include <QFile>
@@ -41,7 +42,9 @@ QString DeviceDescriptionFile::defaultPath()
 
 bool DeviceDescriptionFile::record(const QString &key, double value) const
 {
-    const QByteArray before = read();
+    // Anything that is not a readable JSON object counts as no content at all,
+    // so a damaged file is never overwritten with a guess.
+    const QByteArray before = FileContent::read(m_path);
     const QJsonObject original = QJsonDocument::fromJson(before).object();
     if (original.isEmpty())
         return false;
@@ -68,16 +71,6 @@ QJsonObject DeviceDescriptionFile::withCameraValue(const QJsonObject &document, 
     device.insert(CameraKey, camera);
     updated.insert(deviceKey, device);
     return updated;
-}
-
-// Anything that is not a readable JSON object counts as no content at all (see
-// record()), so a damaged file is never overwritten with a guess.
-QByteArray DeviceDescriptionFile::read() const
-{
-    QFile file(m_path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return file.readAll();
 }
 
 bool DeviceDescriptionFile::write(const QByteArray &content, const QByteArray &before) const

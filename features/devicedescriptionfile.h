@@ -43,7 +43,6 @@ public:
     static QJsonObject withCameraValue(const QJsonObject &document, const QString &key, double value);
 
 private:
-    QByteArray read() const;
     bool write(const QByteArray &content, const QByteArray &before) const;
     enum class Replacement { Done, Failed, NotPossible };
     Replacement replace(const QByteArray &content, uid_t owner, gid_t group, mode_t mode) const;

@@ -18,14 +18,14 @@ QuotaInfoMap UserQuotaReport::collect(uint currentUid, QVariantMap &summary) con
     for (uint uid : users) {
         QVariantMap quota;
         // The breakdown asks for the quota and logs a failure, once per user.
-        const UserStorageBreakdown::QuotaLimit limitBytes = m_breakdown.fill(uid, summary);
-        if (!limitBytes || *limitBytes == 0) {
+        const std::optional<quint64> softLimit = m_breakdown.fill(uid, summary);
+        if (!softLimit || *softLimit == 0) {
             quota[FigureKeys::QuotaIsSet] = false;
             quota[FigureKeys::QuotaLimit] = summary[StorageKeys::BytesTotal];
             quota[FigureKeys::QuotaAvailable] = summary[StorageKeys::BytesAvailable];
         } else {
             const quint64 used = summary[StorageKeys::BytesUsed].toULongLong();
-            const quint64 limit = *limitBytes;
+            const quint64 limit = UserStorageBreakdown::quotaBytes(*softLimit);
             quota[FigureKeys::QuotaIsSet] = true;
             quota[FigureKeys::QuotaLimit] = qulonglong(limit);
             quota[FigureKeys::QuotaAvailable] = qulonglong(used < limit ? limit - used : 0);

@@ -35,7 +35,12 @@ QByteArray UserStorageBreakdown::homeDevice()
     return QStorageInfo(QStringLiteral("/home")).device();
 }
 
-UserStorageBreakdown::QuotaLimit UserStorageBreakdown::fill(uint uid, QVariantMap &map) const
+quint64 UserStorageBreakdown::quotaBytes(quint64 softLimitBlocks)
+{
+    return softLimitBlocks << QuotaBlockShift;
+}
+
+std::optional<quint64> UserStorageBreakdown::fill(uint uid, QVariantMap &map) const
 {
     const QString homeRoot = QStringLiteral("/home");
     // An unknown uid gives "/home/" and folder paths with a doubled separator;
@@ -77,12 +82,11 @@ UserStorageBreakdown::QuotaLimit UserStorageBreakdown::fill(uint uid, QVariantMa
     qint64 available = map[StorageKeys::BytesAvailable].toLongLong();
     qint64 total = userUsed + available;
     // The soft limit is the quota; the hard limit is never consulted.
-    QuotaLimit quotaLimit = m_quotas.userBlockSoftLimit(homeDevice(), uid);
-    if (!quotaLimit) {
+    const std::optional<quint64> softLimit = m_quotas.userBlockSoftLimit(homeDevice(), uid);
+    if (!softLimit) {
         qCWarning(lcPlinthd).noquote() << "fillInternalUserStorageInfo" << "Failed to get quota for uid:" << uid;
-    } else if (*quotaLimit != 0) {
-        *quotaLimit <<= QuotaBlockShift;
-        const qint64 limit = qint64(*quotaLimit);
+    } else if (*softLimit != 0) {
+        const qint64 limit = qint64(quotaBytes(*softLimit));
         total = qMax(userUsed, limit);
         available = userUsed < limit ? limit - userUsed : 0;
     }
@@ -90,5 +94,5 @@ UserStorageBreakdown::QuotaLimit UserStorageBreakdown::fill(uint uid, QVariantMa
     map[StorageKeys::BytesAvailable] = qulonglong(available);
     map[StorageKeys::BytesTotal] = qulonglong(total);
     map[StorageKeys::BytesUsed] = qulonglong(userUsed);
-    return quotaLimit;
+    return softLimit;
 }

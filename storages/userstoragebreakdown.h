@@ -20,11 +20,14 @@ class UserStorageBreakdown
 public:
     explicit UserStorageBreakdown(const QuotaSource &quotas);
 
-    // The user's quota, in bytes, as the kernel gave it to `fill`: 0 when no
-    // limit is set, nothing when the kernel did not answer.
-    using QuotaLimit = std::optional<quint64>;
+    // Returns the user's block soft limit as the kernel gave it, in 1 KiB
+    // blocks: 0 when no limit is set, nothing when the kernel did not answer.
+    std::optional<quint64> fill(uint uid, QVariantMap &map) const;
 
-    QuotaLimit fill(uint uid, QVariantMap &map) const;
+    // A block soft limit in bytes. Shifted as an unsigned 64-bit value, so an
+    // absurd limit wraps rather than saturates; only a limit of 0 blocks
+    // means "no quota".
+    static quint64 quotaBytes(quint64 softLimitBlocks);
 
     // The walk used for every figure: what `ownerUid` owns under `path`,
     // leaving out the directories in `excluded`.

@@ -117,7 +117,7 @@ void OfonoModem::follow(Source &source, bool available)
         QVariantMap properties;
         if (reply.isError())
             qCDebug(lcTelephony) << "Cannot read" << sourcePointer->interface << "of" << m_path
-                               << reply.error().message();
+                                 << reply.error().message();
         else
             properties = reply.value();
         if (isConnectionManager)

@@ -46,8 +46,6 @@ CONNECTION_MANAGER = 'org.ofono.ConnectionManager'
 SIM_SIGNALS = ('simCardsEnabledChanged', 'preferredDataTransferSimChanged', 'preferredVoiceCallSimChanged')
 CARD_KEYS = ['enabled', 'operatorName', 'preferredDataTransfer', 'preferredVoiceCall', 'simName']
 DATABASE = 'plinthd'
-# The exit status that CTest counts as a skipped test (SKIP_RETURN_CODE).
-SKIP_EXIT_STATUS = 77
 
 
 def imsi(n):
@@ -181,8 +179,7 @@ class RealOfono:
         script = 'set -e\nmount -t tmpfs plinth-ofono /var/lib/ofono\nexec "$@"'
         with open(self.log_path, 'a') as log:
             self.process = subprocess.Popen(
-                ['unshare', '--mount', '--propagation', 'private', '--', '/bin/sh', '-c', script,
-                 'ofonod-namespace'] + command,
+                plinthtest.namespace_command() + ['/bin/sh', '-c', script, 'ofonod-namespace'] + command,
                 env=env, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT)
         self.testcase._keep_mock(self.process)
         bus = self.testcase.bus
@@ -379,9 +376,13 @@ class SimTestCase(plinthtest.DaemonTestCase):
 
     def start_real_ofono(self, cards):
         """The real ofonod with one simulated modem per card (None: no card);
-        the test is skipped when oFono is not installed."""
+        the test is skipped when oFono is not installed or it cannot have a
+        mount namespace of its own."""
         if not find_ofonod():
             self.skipTest('ofonod is not installed')
+        unavailable = plinthtest.namespace_unavailable()
+        if unavailable:
+            self.skipTest('ofonod ' + unavailable)
         return RealOfono(self, cards)
 
     def start_sim_daemon(self, **kwargs):

@@ -307,6 +307,21 @@ private slots:
         QCOMPARE(report["100001"].value("quotaLimit"), QVariant(qulonglong(102400)));
         QCOMPARE(report["100001"].value("quotaAvailable"), QVariant(qulonglong(102400 - 5011)));
     }
+
+    // A limit of 2^54 blocks is set (not 0), though in bytes it wraps to 0:
+    // the quota counts as set, with a limit of 0 and nothing available.
+    void quotaReportOfALimitThatWrapsInBytes()
+    {
+        setUsers({{100000, "alice"}, {100001, "bob"}});
+        FakeQuotaSource quotas;
+        quotas.softLimits[100001] = quint64(1) << 54;
+        const UserStorageBreakdown breakdown(quotas);
+        QVariantMap s = summary(10000, 50000, 40000);
+        const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100001, s);
+        QCOMPARE(report["100001"].value("quotaIsSet"), QVariant(true));
+        QCOMPARE(report["100001"].value("quotaLimit"), QVariant(qulonglong(0)));
+        QCOMPARE(report["100001"].value("quotaAvailable"), QVariant(qulonglong(0)));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestUserStorage)
