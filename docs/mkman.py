@@ -2,12 +2,16 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Makes the manual page plinthd-interfaces(7) from the interface reference.
 
-    mkman.py OUTPUT [VERSION]
+    mkman.py OUTPUT VERSION DATE
+
+DATE is the release's date (YYYY-MM-DD), which the page carries as its own:
+the same sources make the same page on any day.
 
 The page is the overview (README.md) followed by the three interface pages,
 translated from the small part of Markdown they use: headings, paragraphs,
-bullet lists, tables (for tbl), code blocks, `code`, **bold**, *italics* and
-links. HTML comments are dropped. Only the standard library is needed.
+bullet lists, tables (as lists of entries), code blocks, `code`, **bold**,
+*italics* and links. HTML comments are dropped. Only the standard library is
+needed.
 """
 
 import os
@@ -17,15 +21,15 @@ import sys
 import reference
 
 SOURCES = ('README.md',) + reference.PAGES
-# Table columns wider than this many characters wrap their text.
-NARROW = 16
 
 
 def escape(text):
-    """Text safe inside a roff line."""
+    """Text safe inside a roff line, in ASCII: any other character is named by
+    its code point, so the page renders the same with or without a UTF-8
+    aware front end."""
     text = text.replace('\\', '\\e')
     text = text.replace('-', '\\-')
-    return text
+    return ''.join(c if ord(c) < 128 else '\\[u%04X]' % ord(c) for c in text)
 
 
 def inline(text):
@@ -59,24 +63,22 @@ def strip_comments(text):
 
 
 def table(rows):
-    """Markdown table rows (header, rule, body) to a tbl table."""
+    """Markdown table rows (header, rule, body) as one entry per row: the first
+    cell is the entry's tag, each other cell a line "column: text"; empty cells
+    are left out. The reference's tables have up to six columns and names of
+    thirty characters, more than a boxed table can show in 80 columns; a list
+    reads at any width."""
     cells = [reference.split_row(r) for r in rows]
     header, body = cells[0], cells[2:]
-    columns = len(header)
-    widths = [max(len(row[c]) for row in [header] + body) for c in range(columns)]
-    wide = [w > NARROW for w in widths]
-    layout = ' '.join('lx' if w else 'l' for w in wide)
-    out = ['.TS', 'allbox tab(\t);', ' '.join(['lb'] * columns), layout + '.']
-
-    def cell(text, column):
-        rendered = inline(text)
-        if wide[column]:
-            return 'T{\n' + line_safe(rendered) + '\nT}'
-        return line_safe(rendered) if rendered else '\\&'
-
-    for row in [header] + body:
-        out.append('\t'.join(cell(text, c) for c, text in enumerate(row)))
-    out.append('.TE')
+    out = []
+    for row in body:
+        out += ['.TP', line_safe(inline(row[0]))]
+        lines = ['\\fI%s:\\fR %s' % (escape(name), inline(text))
+                 for name, text in zip(header[1:], row[1:]) if text]
+        for index, line in enumerate(lines):
+            if index:
+                out.append('.br')
+            out.append(line_safe(line))
     return out
 
 
@@ -158,13 +160,12 @@ def convert(markdown, top):
     return out
 
 
-def page(directory, version):
-    out = ["'\\\" t",
-           '.\\" SPDX-License-Identifier: BSD-3-Clause',
+def page(directory, version, date):
+    out = ['.\\" SPDX-License-Identifier: BSD-3-Clause',
            '.\\" Made by docs/mkman.py from docs/*.md; edit those instead.',
-           '.TH PLINTHD\\-INTERFACES 7 "" "plinthd %s" "plinthd"' % version,
-           # Names of members and keys read better unbroken, and table cells
-           # are narrow: no hyphenation, no stretched blanks.
+           '.TH PLINTHD\\-INTERFACES 7 "%s" "plinthd %s" "plinthd"' % (date, version),
+           # Names of members and keys read better unbroken: no hyphenation,
+           # no stretched blanks.
            '.nh',
            '.ad l',
            '.SH NAME',
@@ -187,12 +188,12 @@ def page(directory, version):
 
 
 def main():
-    if len(sys.argv) not in (2, 3):
-        sys.stderr.write('usage: mkman.py OUTPUT [VERSION]\n')
+    if len(sys.argv) != 4:
+        sys.stderr.write('usage: mkman.py OUTPUT VERSION DATE\n')
         return 2
-    version = sys.argv[2] if len(sys.argv) == 3 else ''
-    text = page(reference.docs_dir(), version)
-    with open(sys.argv[1], 'w', encoding='utf-8') as f:
+    output, version, date = sys.argv[1:]
+    text = page(reference.docs_dir(), version, date)
+    with open(output, 'w', encoding='utf-8') as f:
         f.write(text)
     return 0
 
