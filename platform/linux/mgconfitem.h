@@ -14,12 +14,13 @@ typedef struct _DConfClient DConfClient;
 // Keys are dconf paths as they stand ("/veska/ofono/voice_sim_usage_mode" is the
 // dconf key of that name). Values are read from the dconf profile of the process:
 // the one named by the DCONF_PROFILE environment variable (a name under
-// /etc/dconf/profile/ or an absolute file name), else dconf's default ("user",
+// /etc/dconf/profile/ or under dconf/profile/ of a data folder such as
+// /usr/share, or an absolute file name), else dconf's default ("user",
 // or the user's own database when there is no such profile).
 //
 // plinthd is a system service without a user session, so it is meant to run
 // with DCONF_PROFILE=plinthd, whose profile (data/dconf/profile/plinthd,
-// installed as /etc/dconf/profile/plinthd) holds the one line
+// installed as /usr/share/dconf/profile/plinthd) holds the one line
 // "system-db:plinthd". The settings then live in the system database
 // /etc/dconf/db/plinthd, compiled from the keyfiles in /etc/dconf/db/plinthd.d/.
 // An administrator, or the settings application through a privileged helper,

@@ -2,11 +2,16 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """What `cmake --install` puts where, and the packages that follow it.
 
-The install runs into a scratch DESTDIR from the build tree. The RPM spec's
-%files must name exactly what the install produces (rpmspec expands it), and
-the version must be the same in CMake, the Debian changelog and the RPM spec file.
+The install runs into a scratch DESTDIR from the build tree. Every file that
+another program reads lands where that program looks, for the build's prefix;
+the manual pages render cleanly in 80 columns, carry the release's date and
+name each other. The RPM spec's %files must name exactly what the install
+produces (rpmspec expands it), and the version and the release's date must be
+the same in CMake, the Debian changelog and the RPM spec file.
 """
 
+import datetime
+import email.utils
 import fnmatch
 import os
 import re
@@ -20,6 +25,51 @@ import plinthtest
 BUILD_DIR = os.environ.get('PLINTHD_BUILD_DIR', '')
 SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', '')
 SPEC = os.path.join(SOURCE_DIR, 'packaging', 'rpm', 'plinthd.spec')
+SPEC_SECTIONS = ('%package', '%description', '%prep', '%build', '%install', '%check', '%pre', '%post',
+                 '%preun', '%postun', '%posttrans', '%files', '%changelog')
+
+
+# dconf reads its system databases from here only, whatever the prefix.
+DCONF_DB_DIR = '/etc/dconf/db'
+# Where dconf looks for a profile: /etc, then the data folders, which are
+# these two when XDG_DATA_DIRS is not set (as for a service).
+DCONF_PROFILE_DIRS = ('/etc/dconf/profile', '/usr/local/share/dconf/profile', '/usr/share/dconf/profile')
+# The activation folders of the system bus (<standard_system_servicedirs/>,
+# as dbus-daemon(1) lists them).
+STANDARD_SYSTEM_SERVICE_DIRS = ('/usr/local/share/dbus-1/system-services', '/usr/share/dbus-1/system-services',
+                                '/lib/dbus-1/system-services')
+SYSTEM_BUS_CONFIG = '/usr/share/dbus-1/system.conf'
+
+
+def spec_file_lists(parsed):
+    """The words of every line of the %files sections of an expanded spec."""
+    in_files = False
+    for line in parsed.splitlines():
+        words = line.split()
+        if words and re.match(r'^%[a-z]+$', words[0]) and words[0] in SPEC_SECTIONS:
+            in_files = words[0] == '%files'
+        elif in_files and words:
+            yield words
+
+
+def system_bus_policy_dirs():
+    """The policy folders the machine's system bus reads (<includedir>)."""
+    with open(SYSTEM_BUS_CONFIG) as f:
+        folders = re.findall(r'<includedir>([^<]+)</includedir>', f.read())
+    return [os.path.join(os.path.dirname(SYSTEM_BUS_CONFIG), folder) for folder in folders]
+
+
+def top_cmake_value(pattern):
+    with open(os.path.join(SOURCE_DIR, 'CMakeLists.txt')) as f:
+        return re.search(pattern, f.read()).group(1)
+
+
+def project_version():
+    return top_cmake_value(r'project\(plinthd VERSION (\S+)')
+
+
+def release_date():
+    return top_cmake_value(r'set\(PLINTHD_RELEASE_DATE (\S+)\)')
 
 
 def cache_value(name):
@@ -30,26 +80,36 @@ def cache_value(name):
     raise KeyError(name)
 
 
+# The scratch DESTDIR of one install, shared by the tests that read it.
+DESTDIR = None
+
+
+def setUpModule():
+    global DESTDIR
+    DESTDIR = tempfile.mkdtemp(prefix='plinthinstall.')
+    subprocess.run(['cmake', '--install', BUILD_DIR], env=dict(os.environ, DESTDIR=DESTDIR),
+                   stdout=subprocess.DEVNULL, check=True)
+
+
+def tearDownModule():
+    shutil.rmtree(DESTDIR, ignore_errors=True)
+
+
 class InstallTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.destdir = tempfile.mkdtemp(prefix='plinthinstall.')
-        subprocess.run(['cmake', '--install', BUILD_DIR], env=dict(os.environ, DESTDIR=cls.destdir),
-                       stdout=subprocess.DEVNULL, check=True)
+        cls.destdir = DESTDIR
         cls.installed = sorted(
             os.path.join(root, name)[len(cls.destdir):]
             for root, _, names in os.walk(cls.destdir) for name in names)
         cls.prefix = cache_value('CMAKE_INSTALL_PREFIX')
 
-    @classmethod
-    def tearDownClass(cls):
-        shutil.rmtree(cls.destdir, ignore_errors=True)
-
     def unit_dir(self):
-        found = subprocess.run(['pkg-config', '--variable=systemdsystemunitdir', 'systemd'],
-                               stdout=subprocess.PIPE, universal_newlines=True)
-        return found.stdout.strip() or os.path.join(self.prefix, 'lib/systemd/system')
+        return cache_value('PLINTHD_SYSTEMD_UNIT_DIR')
+
+    def policy_dir(self):
+        return cache_value('PLINTHD_DBUS_POLICY_DIR')
 
     def expected(self):
         p = self.prefix
@@ -57,7 +117,7 @@ class InstallTest(unittest.TestCase):
             p + '/sbin/plinthd',
             p + '/bin/plinthctl',
             self.unit_dir() + '/plinthd.service',
-            p + '/share/dbus-1/system.d/org.norvu.plinth.conf',
+            self.policy_dir() + '/org.norvu.plinth.conf',
             p + '/share/dbus-1/system-services/org.norvu.plinth.service',
             p + '/share/dbus-1/interfaces/org.norvu.plinth.Features.xml',
             p + '/share/dbus-1/interfaces/org.norvu.plinth.SIM.xml',
@@ -65,7 +125,8 @@ class InstallTest(unittest.TestCase):
             p + '/share/man/man8/plinthd.8',
             p + '/share/man/man1/plinthctl.1',
             p + '/share/man/man7/plinthd-interfaces.7',
-            self.sysconf_dir() + '/dconf/profile/plinthd',
+            p + '/share/dconf/profile/plinthd',
+            DCONF_DB_DIR + '/plinthd.d/00-plinthd',
         ] + [p + '/share/doc/plinthd/' + name for name in (
             'README.md', 'features.md', 'sim.md', 'storages.md',
             'examples/README.md',
@@ -74,11 +135,6 @@ class InstallTest(unittest.TestCase):
             'examples/python/plinth-info.py',
             'examples/shell/plinth-query.sh',
         )])
-
-    def sysconf_dir(self):
-        # GNUInstallDirs puts configuration under /etc for the /usr prefix and
-        # under PREFIX/etc otherwise.
-        return '/etc' if self.prefix == '/usr' else self.prefix + '/etc'
 
     def test_everything_in_its_standard_place(self):
         self.assertEqual(self.installed, self.expected())
@@ -91,6 +147,14 @@ class InstallTest(unittest.TestCase):
             self.assertIn('Exec=' + daemon + '\n', f.read())
         with open(self.destdir + self.unit_dir() + '/plinthd.service') as f:
             self.assertIn('ExecStart=' + daemon + '\n', f.read())
+
+    def test_each_file_is_where_its_reader_looks(self):
+        unit_path = subprocess.run(['pkg-config', '--variable=systemdsystemunitpath', 'systemd'],
+                                   stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
+        self.assertIn(self.unit_dir(), unit_path.strip().split(':'))
+        self.assertIn(self.policy_dir(), system_bus_policy_dirs())
+        self.assertIn(self.prefix + '/share/dbus-1/system-services', STANDARD_SYSTEM_SERVICE_DIRS)
+        self.assertIn(self.prefix + '/share/dconf/profile', DCONF_PROFILE_DIRS)
 
     def test_interfaces_are_the_published_ones(self):
         for name in ('Features', 'SIM', 'Storages'):
@@ -111,41 +175,90 @@ class InstallTest(unittest.TestCase):
         parsed = subprocess.run(['rpmspec', '-P', SPEC], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                 universal_newlines=True, check=True).stdout
         files = []
-        for line in parsed.split('%files', 1)[1].splitlines():
-            words = line.split()
+        for words in spec_file_lists(parsed):
             # %license names a file of the source tree, which no install step
-            # produces; %config(...) only marks the path after it.
-            if not words or words[0] == '%license':
+            # produces; %ghost a file the package's scripts make at install;
+            # %config(...) and %dir only mark the path after them.
+            if words[0] in ('%license', '%ghost'):
                 continue
-            files += [w for w in words if not w.startswith('%config')]
+            files += [w for w in words if not w.startswith(('%config', '%dir'))]
         usr = subprocess.run(['rpm', '--eval', '%{_prefix}'], stdout=subprocess.PIPE,
                              universal_newlines=True).stdout.strip()
 
-        # Compared below the prefix: the RPM spec file installs into /usr, this build
-        # into its own prefix. The unit goes where systemd looks on each side.
-        def relative(path, prefix, unit_dir, sysconf_dir):
+        # Compared below the prefix: the RPM spec file installs into /usr, this
+        # build into its own prefix. The unit and the bus policy go where
+        # systemd and the bus look on each side; dconf's databases are in one
+        # place for every prefix.
+        def relative(path, prefix, unit_dir, policy_dir):
             if path.startswith(unit_dir + '/'):
                 return 'UNITDIR' + path[len(unit_dir):]
-            if path.startswith(sysconf_dir + '/'):
-                return 'SYSCONFDIR' + path[len(sysconf_dir):]
+            if path.startswith(policy_dir + '/'):
+                return 'POLICYDIR' + path[len(policy_dir):]
+            if path.startswith(DCONF_DB_DIR + '/'):
+                return path
             return os.path.relpath(path, prefix)
 
-        spec_unit_dir = os.path.dirname([f for f in files if f.endswith('/plinthd.service')][0])
-        spec_sysconf_dir = subprocess.run(['rpm', '--eval', '%{_sysconfdir}'], stdout=subprocess.PIPE,
-                                          universal_newlines=True).stdout.strip()
-        patterns = [relative(f, usr, spec_unit_dir, spec_sysconf_dir) for f in files]
-        installed = [relative(f, self.prefix, self.unit_dir(), self.sysconf_dir()) for f in self.installed]
+        def spec_dir_of(name):
+            return os.path.dirname([f for f in files if f.endswith('/' + name)][0])
+
+        patterns = [relative(f, usr, spec_dir_of('plinthd.service'), spec_dir_of('org.norvu.plinth.conf'))
+                    for f in files]
+        installed = [relative(f, self.prefix, self.unit_dir(), self.policy_dir()) for f in self.installed]
+
+        # A directory in %files takes in everything below it.
+        def listed(path, pattern):
+            return fnmatch.fnmatch(path, pattern) or path.startswith(pattern + '/')
+
         for pattern in patterns:
-            self.assertTrue(fnmatch.filter(installed, pattern), 'the RPM spec file lists %s, nothing installs it' % pattern)
+            self.assertTrue(any(listed(path, pattern) for path in installed),
+                            'the RPM spec file lists %s, nothing installs it' % pattern)
         for path in installed:
-            self.assertTrue(any(fnmatch.fnmatch(path, p) for p in patterns), '%s is not in the RPM spec file' % path)
+            self.assertTrue(any(listed(path, p) for p in patterns), '%s is not in the RPM spec file' % path)
+
+
+class ManualPageTest(unittest.TestCase):
+    """The three pages as installed: dated, rendered cleanly in an 80-column
+    terminal, and each naming the other two."""
+
+    PAGES = {'man8/plinthd.8': ('plinthctl(1)', 'plinthd-interfaces(7)'),
+             'man1/plinthctl.1': ('plinthd(8)', 'plinthd-interfaces(7)'),
+             'man7/plinthd-interfaces.7': ('plinthd(8)', 'plinthctl(1)')}
+
+    @classmethod
+    def setUpClass(cls):
+        cls.mandir = DESTDIR + cache_value('CMAKE_INSTALL_PREFIX') + '/share/man'
+
+    def render(self, page):
+        return subprocess.run(['man', '--warnings', '-l', os.path.join(self.mandir, page)],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True,
+                              env=dict(os.environ, MANWIDTH='80', MAN_KEEP_FORMATTING=''))
+
+    def test_dated_with_the_release(self):
+        for page in self.PAGES:
+            with open(os.path.join(self.mandir, page)) as f:
+                title = re.search(r'^\.TH (.*)$', f.read(), re.M).group(1)
+            self.assertRegex(title, r'^\S+ \d "%s" "plinthd %s"' % (release_date(), re.escape(project_version())))
+
+    def test_render_without_a_warning_in_80_columns(self):
+        for page in self.PAGES:
+            rendered = self.render(page)
+            self.assertEqual(rendered.returncode, 0, page)
+            self.assertEqual(rendered.stderr, '', page)
+            lines = re.sub(r'.\x08', '', rendered.stdout).splitlines()
+            self.assertLessEqual(max(len(line) for line in lines), 80, page)
+
+    def test_see_also_names_the_other_pages(self):
+        for page, others in self.PAGES.items():
+            text = re.sub(r'.\x08', '', self.render(page).stdout)
+            see_also = text.split('SEE ALSO', 1)[1]
+            for other in others:
+                self.assertIn(other, see_also, page)
 
 
 class VersionTest(unittest.TestCase):
 
     def test_one_version_everywhere(self):
-        with open(os.path.join(SOURCE_DIR, 'CMakeLists.txt')) as f:
-            cmake = re.search(r'project\(plinthd VERSION (\S+)', f.read()).group(1)
+        cmake = project_version()
         with open(os.path.join(SOURCE_DIR, 'debian', 'changelog')) as f:
             debian = re.match(r'plinthd \(([^)]+)\)', f.readline()).group(1)
         spec = subprocess.run(['rpmspec', '-q', '--srpm', '--qf', '%{version}', SPEC], stdout=subprocess.PIPE,
@@ -155,6 +268,15 @@ class VersionTest(unittest.TestCase):
         plinthctl = subprocess.run([os.path.join(BUILD_DIR, 'tools', 'plinthctl'), '--version'],
                                    stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
         self.assertEqual(plinthctl, 'plinthctl %s\n' % cmake)
+
+    def test_one_release_date_everywhere(self):
+        debian = subprocess.run(['dpkg-parsechangelog', '-l', os.path.join(SOURCE_DIR, 'debian', 'changelog'),
+                                 '-S', 'Date'], stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
+        rpm = subprocess.run(['rpmspec', '-q', '--srpm', '--qf', '[%{changelogtime}\n]', SPEC], stdout=subprocess.PIPE,
+                             stderr=subprocess.DEVNULL, universal_newlines=True, check=True).stdout
+        newest_rpm_entry = datetime.datetime.fromtimestamp(int(rpm.split()[0]), datetime.timezone.utc)
+        self.assertEqual(email.utils.parsedate_to_datetime(debian.strip()).date().isoformat(), release_date())
+        self.assertEqual(newest_rpm_entry.date().isoformat(), release_date())
 
     def test_debian_builds_with_what_install_deps_installs(self):
         # The libraries the build links must be build dependencies of the

@@ -48,11 +48,12 @@ class SystemdUnitTest(unittest.TestCase):
     def manpath(self):
         """The manual pages as they will be installed, for the Documentation= check."""
         root = os.path.join(self.workdir, 'man')
-        for section, page in (('man8', 'plinthd.8'), ('man1', 'plinthctl.1')):
+        for section, page in (('man8', 'data/plinthd.8'), ('man1', 'data/plinthctl.1'),
+                              ('man7', 'docs/plinthd-interfaces.7')):
             os.makedirs(os.path.join(root, section), exist_ok=True)
-            target = os.path.join(root, section, page)
+            target = os.path.join(root, section, os.path.basename(page))
             if not os.path.exists(target):
-                shutil.copy(os.path.join(SOURCE_DIR, 'data', page), target)
+                shutil.copy(os.path.join(BUILD_DIR, page), target)
         return root
 
     def unit_copy(self):
@@ -83,6 +84,9 @@ class SystemdUnitTest(unittest.TestCase):
         self.assertEqual(len(keys['ExecStart']), 1)
         self.assertTrue(keys['ExecStart'][0].endswith('/sbin/plinthd'), keys['ExecStart'])
         self.assertTrue(os.path.isabs(keys['ExecStart'][0]))
+
+    def test_documentation_names_the_pages_of_the_daemon_and_its_interfaces(self):
+        self.assertEqual(read_keys(UNIT)['Documentation'], ['man:plinthd(8) man:plinthd-interfaces(7)'])
 
     def test_activation_names_the_unit(self):
         keys = read_keys(ACTIVATION)
