@@ -255,6 +255,27 @@ class ManualPageTest(unittest.TestCase):
                 self.assertIn(other, see_also, page)
 
 
+class LintOverridesTest(unittest.TestCase):
+    """lintian and rpmlint (scripts/lint-packages) may be silenced only with a
+    reason: every override and every filter follows a comment of its own."""
+
+    def assert_each_has_a_reason(self, path, is_entry):
+        with open(os.path.join(SOURCE_DIR, path)) as f:
+            lines = [line.strip() for line in f]
+        entries = [index for index, line in enumerate(lines) if is_entry(line)]
+        self.assertTrue(entries, path)
+        for index in entries:
+            self.assertTrue(index > 0 and lines[index - 1].startswith('#'),
+                            '%s:%d has no reason above it' % (path, index + 1))
+
+    def test_lintian_overrides_have_reasons(self):
+        self.assert_each_has_a_reason('debian/plinthd.lintian-overrides',
+                                      lambda line: line.startswith('plinthd:'))
+
+    def test_rpmlint_filters_have_reasons(self):
+        self.assert_each_has_a_reason('packaging/rpm/rpmlint.toml', lambda line: line.startswith("'"))
+
+
 class VersionTest(unittest.TestCase):
 
     def test_one_version_everywhere(self):
