@@ -27,8 +27,6 @@ SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', '')
 SPEC = os.path.join(SOURCE_DIR, 'packaging', 'rpm', 'plinthd.spec')
 SPEC_SECTIONS = ('%package', '%description', '%prep', '%build', '%install', '%check', '%pre', '%post',
                  '%preun', '%postun', '%posttrans', '%files', '%changelog')
-
-
 # dconf reads its system databases from here only, whatever the prefix.
 DCONF_DB_DIR = '/etc/dconf/db'
 # Where dconf looks for a profile: /etc, then the data folders, which are
@@ -46,7 +44,7 @@ def spec_file_lists(parsed):
     in_files = False
     for line in parsed.splitlines():
         words = line.split()
-        if words and re.match(r'^%[a-z]+$', words[0]) and words[0] in SPEC_SECTIONS:
+        if words and words[0] in SPEC_SECTIONS:
             in_files = words[0] == '%files'
         elif in_files and words:
             yield words
