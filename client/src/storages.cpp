@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <plinth/storages.h>
+
+#include <plinth/plainvalue.h>
+
+#include <QDBusMessage>
+
+namespace Plinth {
+
+namespace {
+
+QVariantMap mapOf(const QDBusMessage &message)
+{
+    return plainValue(message.arguments().value(0)).toMap();
+}
+
+} // namespace
+
+Storages::Storages(const QDBusConnection &bus, QObject *parent)
+    : DaemonObject(bus, storagesPath(), storagesInterface(), parent)
+{
+    subscribe(QStringLiteral("externalDriveChanged"), SLOT(relayExternalDriveChanged(QDBusMessage)));
+    subscribe(QStringLiteral("externalStorageChanged"), SLOT(relayExternalStorageChanged(QDBusMessage)));
+}
+
+Storages::~Storages() = default;
+
+int Storages::queryTimeout() const
+{
+    return m_queryTimeoutMs;
+}
+
+void Storages::setQueryTimeout(int milliseconds)
+{
+    m_queryTimeoutMs = milliseconds;
+}
+
+QDBusPendingReply<InternalStorage> Storages::getInternalStorageInfo() const
+{
+    return call(QStringLiteral("getInternalStorageInfo"), m_queryTimeoutMs);
+}
+
+QDBusPendingReply<UserPartition> Storages::getInternalUserPartitionInfo() const
+{
+    return call(QStringLiteral("getInternalUserPartitionInfo"), m_queryTimeoutMs);
+}
+
+QDBusPendingReply<SystemStorage> Storages::getSystemStorageInfo() const
+{
+    return call(QStringLiteral("getSystemStorageInfo"), m_queryTimeoutMs);
+}
+
+QDBusPendingReply<ExternalDriveList> Storages::getExternalStorageDrivesInfo() const
+{
+    return call(QStringLiteral("getExternalStorageDrivesInfo"));
+}
+
+// Answered in the call, but the daemon measures every user's files first.
+QDBusPendingReply<UserQuotaMap> Storages::getUsersQuotaInfo() const
+{
+    return call(QStringLiteral("getUsersQuotaInfo"), m_queryTimeoutMs);
+}
+
+QDBusPendingReply<ExternalStorageSummary> Storages::getExternalStorageInfo() const
+{
+    return call(QStringLiteral("getExternalStorageInfo"), m_queryTimeoutMs);
+}
+
+void Storages::relayExternalDriveChanged(const QDBusMessage &message)
+{
+    emit externalDriveChanged(ExternalDrive(mapOf(message)));
+}
+
+void Storages::relayExternalStorageChanged(const QDBusMessage &message)
+{
+    emit externalStorageChanged(ExternalStorageSummary(mapOf(message)));
+}
+
+} // namespace Plinth
