@@ -18,14 +18,14 @@ import signal
 import subprocess
 import tempfile
 import time
-import xml.etree.ElementTree as ET
 
 import dbus
-import dbusmock
 
 import plinthtest
+import standin
 from cameras import POLICY_IFACE, POLICY_NAME, POLICY_PATH, POLICY_SIGNAL
 from plinthtest import BUS_NAME, FEATURES_IFACE, FEATURES_PATH, SIM_IFACE, SIM_PATH, STORAGES_IFACE, STORAGES_PATH
+from standin import BEYOND_DOUBLE, MAX_T, WRAPPED, published
 
 PLINTHCTL = os.path.join(os.environ.get('PLINTHD_BUILD_DIR', ''), 'tools', 'plinthctl')
 # Only matters in the AddressSanitizer build: see the file itself.
@@ -33,64 +33,6 @@ CLIENT_ENV = {'ASAN_OPTIONS': 'fast_unwind_on_malloc=0', 'LSAN_OPTIONS': 'suppre
                                                              'sanitizers', 'lsan-qtdbus.supp')
                             + ':print_suppressions=0'}
 STORAGE_PARTS = ['internal', 'user', 'system', 'external', 'drives', 'quota']
-MAX_T = 2 ** 64 - 1
-BEYOND_DOUBLE = 2 ** 53 + 1
-
-# The stand-in's answers: D-Bus signature and the Python expression it returns.
-FEATURE_ANSWERS = {
-    'hasGNSS': ('b', 'True'),
-    'hasNFC': ('b', 'False'),
-    'hasBluetooth': ('b', 'True'),
-    'hasWlan': ('b', 'True'),
-    'getMaxCpuClockSpeed': ('u', 'dbus.UInt32(2016)'),
-    'getNumberCpuCores': ('u', 'dbus.UInt32(8)'),
-    'getCpuModel': ('s', '"Test CPU"'),
-    'getMaxCpuCoresClockSpeed': ('av', '[dbus.UInt32(1804, variant_level=1), dbus.UInt32(2016, variant_level=1)]'),
-    'getBatteryChargePercentage': ('u', 'dbus.UInt32(87)'),
-    'getMainCameraResolution': ('d', '12.2'),
-    'getFrontalCameraResolution': ('d', '0.0'),
-    'getRamTotalSize': ('t', 'dbus.UInt64(4 * 1024 ** 3)'),
-    'getRamFreeSize': ('t', 'dbus.UInt64(%d)' % BEYOND_DOUBLE),
-    'getScreenResolution': ('s', '"1080x2400"'),
-    'getOsVersion': ('s', '"5.1.0.2"'),
-    'getDeviceModel': ('s', '"Model X"'),
-    'getSerialNumber': ('s', '""'),
-    'getLocale': ('s', '"de_DE.UTF-8"'),
-    'getLocales': ('as', '["de_DE.UTF-8", "en_GB.UTF-8"]'),
-    'getTimeZone': ('s', '"CET"'),
-    'getFontNames': ('as', '["/usr/share/fonts/a.ttf", "/usr/share/fonts/b.ttf", "/usr/share/fonts/c.ttf"]'),
-    'getFontFamilyNames': ('as', '["Alpha", "Beta"]'),
-}
-SIM_CARDS = ('[{"enabled": True, "operatorName": "Tele One", "preferredDataTransfer": True, '
-             '"preferredVoiceCall": False, "simName": "SIM1"}]')
-STORAGE_ANSWERS = {
-    'getInternalStorageInfo': ('a{sv}', '{"bytesTotal": dbus.UInt64(%d), "bytesUsed": dbus.UInt64(0), '
-                                        '"bytesAvailable": dbus.UInt64(3 * 1024 ** 3), "filesystemType": "ext4", '
-                                        '"deviceLabel": "Internal storage"}' % MAX_T),
-    'getInternalUserPartitionInfo': ('a{sv}', '{"bytesUsedOtherUsers": dbus.Int64(-1024), '
-                                              '"bytesUsedPictures": dbus.UInt64(1536)}'),
-    'getSystemStorageInfo': ('a{sv}', '{"bytesUsedSDK": dbus.UInt64(%d)}' % BEYOND_DOUBLE),
-    'getExternalStorageInfo': ('a{sv}', '{"deviceLabel": "external storage", "mounted": False, '
-                                        '"countMountedPartitions": dbus.UInt32(0)}'),
-    'getExternalStorageDrivesInfo': ('aa{sv}', '[{"driveName": "Acme Card", "driveType": "SD", "partitionsInfo": '
-                                               'dbus.Array([dbus.Dictionary({"partitionName": "CARD", '
-                                               '"bytesTotal": dbus.Int64(2048)}, signature="sv")], '
-                                               'signature="a{sv}")}]'),
-    'getUsersQuotaInfo': ('a{sa{sv}}', '{"100000": {"quotaIsSet": True, "quotaLimit": dbus.UInt64(%d), '
-                                       '"quotaAvailable": dbus.UInt64(0)}}' % MAX_T),
-}
-
-
-def published(iface):
-    """The methods and properties of a published interface description."""
-    path = os.path.join(os.environ['PLINTHD_SOURCE_DIR'], 'dbus', iface + '.xml')
-    root = ET.parse(path).getroot()
-    element = [i for i in root.findall('interface') if i.get('name') == iface][0]
-    methods = {m.get('name'): m.find('arg').get('name') for m in element.findall('method')}
-    properties = [p.get('name') for p in element.findall('property')]
-    return methods, properties
-
-
 def asv(**values):
     """An a{sv} for a signal argument: dbus-python would guess a narrower type."""
     return dbus.Dictionary(values, signature='sv')
@@ -255,18 +197,7 @@ class AgainstAStandIn(PlinthctlTestCase):
 
     def setUp(self):
         super().setUp()
-        process, features = self.start_mock(BUS_NAME, FEATURES_PATH, FEATURES_IFACE)
-        methods, properties = published(FEATURES_IFACE)
-        self.assertEqual(sorted(methods), sorted(FEATURE_ANSWERS))
-        for name, (sig, code) in FEATURE_ANSWERS.items():
-            features.AddMethod(FEATURES_IFACE, name, '', sig, 'ret = ' + code)
-        features.AddProperties(FEATURES_IFACE, {'osType': dbus.UInt32(2), 'isOsCertified': True,
-                                                'isOsEmulated': False})
-        features.AddObject(SIM_PATH, SIM_IFACE, {}, [('getSimCardsInfo', '', 'aa{sv}', 'ret = ' + SIM_CARDS)])
-        features.AddObject(STORAGES_PATH, STORAGES_IFACE, {},
-                           [(name, '', sig, 'ret = ' + code) for name, (sig, code) in STORAGE_ANSWERS.items()])
-        self.mocks = {path: dbus.Interface(self.bus.get_object(BUS_NAME, path), dbusmock.MOCK_IFACE)
-                      for path in (FEATURES_PATH, SIM_PATH, STORAGES_PATH)}
+        self.mocks = standin.start(self)
 
     def test_json_keeps_sizes_exact_and_integral(self):
         document = self.json_of()
@@ -280,6 +211,7 @@ class AgainstAStandIn(PlinthctlTestCase):
         self.assertEqual(storage['internal']['bytesTotal'], MAX_T)
         self.assertEqual(storage['user']['bytesUsedOtherUsers'], -1024)
         self.assertEqual(storage['system']['bytesUsedSDK'], BEYOND_DOUBLE)
+        self.assertEqual(storage['system']['bytesUsedOther'], WRAPPED)
         self.assertEqual(storage['drives'][0]['partitionsInfo'][0]['bytesTotal'], 2048)
         self.assertEqual(storage['quota']['100000']['quotaLimit'], MAX_T)
         self.assertEqual(document['sims'][0]['operatorName'], 'Tele One')
@@ -296,7 +228,9 @@ class AgainstAStandIn(PlinthctlTestCase):
         for line in ('CPU model:', 'Test CPU', 'Memory total:', '4.0 GiB', '2016 MHz', '1804 MHz', '87 %',
                      '12.2 MP', 'Font files:    3', 'Font families: 2', 'Serial number: n/a', 'Certified:     yes',
                      'Tele One', 'Preferred for calls: no', 'Total:', '16.0 EiB', 'Used by other users: -1.0 KiB',
-                     'Used by pictures:', '1.5 KiB', 'Used by SDK: 8.0 PiB', 'Acme Card:', 'CARD:', '2.0 KiB',
+                     'Used by pictures:', '1.5 KiB', 'Used by SDK:         8.0 PiB',
+                     'Used by other files: 0 B (the parts counted add up to more than the used space)',
+                     'Battery:', 'Front camera:', 'not known', 'Acme Card:', 'CARD:', '2.0 KiB',
                      'uid 100000:', 'Quota set:', 'Mounted partitions: 0'):
             self.assertIn(line, text)
         full = self.ok('features')
