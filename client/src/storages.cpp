@@ -16,8 +16,15 @@ QVariantMap mapOf(const QDBusMessage &message)
 
 } // namespace
 
+class Storages::Private
+{
+public:
+    int queryTimeoutMs = defaultQueryTimeoutMs;
+};
+
 Storages::Storages(const QDBusConnection &bus, QObject *parent)
     : DaemonObject(bus, storagesPath(), storagesInterface(), parent)
+    , m_private(new Private)
 {
     subscribe(QStringLiteral("externalDriveChanged"), SLOT(relayExternalDriveChanged(QDBusMessage)));
     subscribe(QStringLiteral("externalStorageChanged"), SLOT(relayExternalStorageChanged(QDBusMessage)));
@@ -27,27 +34,27 @@ Storages::~Storages() = default;
 
 int Storages::queryTimeout() const
 {
-    return m_queryTimeoutMs;
+    return m_private->queryTimeoutMs;
 }
 
 void Storages::setQueryTimeout(int milliseconds)
 {
-    m_queryTimeoutMs = milliseconds;
+    m_private->queryTimeoutMs = milliseconds;
 }
 
 QDBusPendingReply<InternalStorage> Storages::getInternalStorageInfo() const
 {
-    return call(QStringLiteral("getInternalStorageInfo"), m_queryTimeoutMs);
+    return call(QStringLiteral("getInternalStorageInfo"), queryTimeout());
 }
 
 QDBusPendingReply<UserPartition> Storages::getInternalUserPartitionInfo() const
 {
-    return call(QStringLiteral("getInternalUserPartitionInfo"), m_queryTimeoutMs);
+    return call(QStringLiteral("getInternalUserPartitionInfo"), queryTimeout());
 }
 
 QDBusPendingReply<SystemStorage> Storages::getSystemStorageInfo() const
 {
-    return call(QStringLiteral("getSystemStorageInfo"), m_queryTimeoutMs);
+    return call(QStringLiteral("getSystemStorageInfo"), queryTimeout());
 }
 
 QDBusPendingReply<ExternalDriveList> Storages::getExternalStorageDrivesInfo() const
@@ -58,12 +65,12 @@ QDBusPendingReply<ExternalDriveList> Storages::getExternalStorageDrivesInfo() co
 // Answered in the call, but the daemon measures every user's files first.
 QDBusPendingReply<UserQuotaMap> Storages::getUsersQuotaInfo() const
 {
-    return call(QStringLiteral("getUsersQuotaInfo"), m_queryTimeoutMs);
+    return call(QStringLiteral("getUsersQuotaInfo"), queryTimeout());
 }
 
 QDBusPendingReply<ExternalStorageSummary> Storages::getExternalStorageInfo() const
 {
-    return call(QStringLiteral("getExternalStorageInfo"), m_queryTimeoutMs);
+    return call(QStringLiteral("getExternalStorageInfo"), queryTimeout());
 }
 
 void Storages::relayExternalDriveChanged(const QDBusMessage &message)

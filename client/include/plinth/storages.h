@@ -51,7 +51,8 @@ private slots:
     void relayExternalStorageChanged(const QDBusMessage &message);
 
 private:
-    int m_queryTimeoutMs = defaultQueryTimeoutMs;
+    class Private;
+    const QScopedPointer<Private> m_private;
 };
 
 } // namespace Plinth
