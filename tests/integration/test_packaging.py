@@ -51,11 +51,26 @@ class InstallTest(unittest.TestCase):
                                stdout=subprocess.PIPE, universal_newlines=True)
         return found.stdout.strip() or os.path.join(self.prefix, 'lib/systemd/system')
 
+    def lib_dir(self):
+        return os.path.join(self.prefix, cache_value('CMAKE_INSTALL_LIBDIR'))
+
     def expected(self):
         p = self.prefix
+        lib = self.lib_dir()
         return sorted([
             p + '/sbin/plinthd',
             p + '/bin/plinthctl',
+            # the client library and what building against it takes
+            lib + '/libplinth-qt5.so.1.0.0',
+            lib + '/libplinth-qt5.so.1',
+            lib + '/libplinth-qt5.so',
+            lib + '/pkgconfig/plinth-qt5.pc',
+            lib + '/cmake/PlinthQt5/PlinthQt5Config.cmake',
+            lib + '/cmake/PlinthQt5/PlinthQt5ConfigVersion.cmake',
+            lib + '/cmake/PlinthQt5/PlinthQt5Targets.cmake',
+            lib + '/cmake/PlinthQt5/PlinthQt5Targets-%s.cmake' % cache_value('CMAKE_BUILD_TYPE').lower(),
+            os.path.join(p, cache_value('PLINTHD_BASH_COMPLETION_DIR'), 'plinthctl'),
+            p + '/share/zsh/vendor-completions/_plinthctl',
             self.unit_dir() + '/plinthd.service',
             p + '/share/dbus-1/system.d/org.norvu.plinth.conf',
             p + '/share/dbus-1/system-services/org.norvu.plinth.service',
@@ -66,8 +81,11 @@ class InstallTest(unittest.TestCase):
             p + '/share/man/man1/plinthctl.1',
             p + '/share/man/man7/plinthd-interfaces.7',
             self.sysconf_dir() + '/dconf/profile/plinthd',
-        ] + [p + '/share/doc/plinthd/' + name for name in (
-            'README.md', 'features.md', 'sim.md', 'storages.md',
+        ] + [p + '/include/plinth-qt5/plinth/' + name for name in (
+            'answer.h', 'daemon.h', 'daemonobject.h', 'features.h', 'global.h', 'plainvalue.h', 'plinth.h', 'sim.h',
+            'simcard.h', 'storages.h', 'storagetypes.h',
+        )] + [p + '/share/doc/plinthd/' + name for name in (
+            'README.md', 'features.md', 'sim.md', 'storages.md', 'client-library.md',
             'examples/README.md',
             'examples/cpp/CMakeLists.txt', 'examples/cpp/features.cpp', 'examples/cpp/storage.cpp',
             'examples/cpp/drives.cpp',
@@ -111,30 +129,39 @@ class InstallTest(unittest.TestCase):
         parsed = subprocess.run(['rpmspec', '-P', SPEC], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                 universal_newlines=True, check=True).stdout
         files = []
-        for line in parsed.split('%files', 1)[1].splitlines():
+        # Every package's list, up to the change log.
+        for line in parsed.split('%files', 1)[1].split('\n%changelog', 1)[0].splitlines():
             words = line.split()
             # %license names a file of the source tree, which no install step
-            # produces; %config(...) only marks the path after it.
-            if not words or words[0] == '%license':
+            # produces; %config(...) only marks the path after it; %files
+            # starts the list of another package; %dir owns a folder.
+            if not words or words[0] in ('%license', '%files', '%dir'):
                 continue
             files += [w for w in words if not w.startswith('%config')]
         usr = subprocess.run(['rpm', '--eval', '%{_prefix}'], stdout=subprocess.PIPE,
                              universal_newlines=True).stdout.strip()
 
         # Compared below the prefix: the RPM spec file installs into /usr, this build
-        # into its own prefix. The unit goes where systemd looks on each side.
-        def relative(path, prefix, unit_dir, sysconf_dir):
+        # into its own prefix. The unit goes where systemd looks on each side,
+        # libraries where the system keeps them.
+        def relative(path, prefix, unit_dir, sysconf_dir, lib_dir):
             if path.startswith(unit_dir + '/'):
                 return 'UNITDIR' + path[len(unit_dir):]
             if path.startswith(sysconf_dir + '/'):
                 return 'SYSCONFDIR' + path[len(sysconf_dir):]
+            if path.startswith(lib_dir + '/'):
+                return 'LIBDIR' + path[len(lib_dir):]
             return os.path.relpath(path, prefix)
 
+        def rpm_eval(macro):
+            return subprocess.run(['rpm', '--eval', macro], stdout=subprocess.PIPE,
+                                  universal_newlines=True).stdout.strip()
+
         spec_unit_dir = os.path.dirname([f for f in files if f.endswith('/plinthd.service')][0])
-        spec_sysconf_dir = subprocess.run(['rpm', '--eval', '%{_sysconfdir}'], stdout=subprocess.PIPE,
-                                          universal_newlines=True).stdout.strip()
-        patterns = [relative(f, usr, spec_unit_dir, spec_sysconf_dir) for f in files]
-        installed = [relative(f, self.prefix, self.unit_dir(), self.sysconf_dir()) for f in self.installed]
+        patterns = [relative(f, usr, spec_unit_dir, rpm_eval('%{_sysconfdir}'), rpm_eval('%{_libdir}'))
+                    for f in files]
+        installed = [relative(f, self.prefix, self.unit_dir(), self.sysconf_dir(), self.lib_dir())
+                     for f in self.installed]
         for pattern in patterns:
             self.assertTrue(fnmatch.filter(installed, pattern), 'the RPM spec file lists %s, nothing installs it' % pattern)
         for path in installed:
