@@ -2,6 +2,8 @@
 #include <plinth/daemonobject.h>
 
 #include <QDBusMessage>
+#include <QMetaMethod>
+#include <QSet>
 
 namespace Plinth {
 
@@ -11,12 +13,13 @@ public:
     QDBusConnection bus;
     QString path;
     QString interface;
+    QSet<QString> subscribed;
 };
 
 DaemonObject::DaemonObject(const QDBusConnection &bus, const QString &path, const QString &interface,
                            QObject *parent)
     : QObject(parent)
-    , d(new Private{bus, path, interface})
+    , d(new Private{bus, path, interface, {}})
 {
     registerTypes();
 }
@@ -43,11 +46,23 @@ QDBusPendingCall DaemonObject::call(const QString &method, int timeoutMs) const
     return d->bus.asyncCall(QDBusMessage::createMethodCall(serviceName(), d->path, d->interface, method), timeoutMs);
 }
 
-bool DaemonObject::subscribe(const QString &member, const char *slot)
+void DaemonObject::connectNotify(const QMetaMethod &signal)
 {
+    // QObject's own signals (destroyed(), ...) are not the daemon's.
+    if (signal.methodType() != QMetaMethod::Signal || signal.enclosingMetaObject() == &QObject::staticMetaObject)
+        return;
+    const QString member = QString::fromLatin1(signal.name());
+    if (d->subscribed.contains(member))
+        return;
     // Subscribed by the well-known name: QtDBus then lets through only what
     // the daemon sends, not what anybody else emits with its path.
-    return d->bus.connect(serviceName(), d->path, d->interface, member, this, slot);
+    if (d->bus.connect(serviceName(), d->path, d->interface, member, this, SLOT(relaySignal(QDBusMessage))))
+        d->subscribed.insert(member);
+}
+
+void DaemonObject::relaySignal(const QDBusMessage &message)
+{
+    relay(message);
 }
 
 } // namespace Plinth

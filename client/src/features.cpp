@@ -8,7 +8,6 @@ namespace Plinth {
 Features::Features(const QDBusConnection &bus, QObject *parent)
     : DaemonObject(bus, featuresPath(), featuresInterface(), parent)
 {
-    subscribe(QStringLiteral("cameraEnabledChanged"), SLOT(relayCameraEnabledChanged(QDBusMessage)));
 }
 
 Features::~Features() = default;
@@ -132,9 +131,10 @@ QDBusPendingReply<QVariantMap> Features::getProperties() const
     return connection().asyncCall(message);
 }
 
-void Features::relayCameraEnabledChanged(const QDBusMessage &message)
+void Features::relay(const QDBusMessage &message)
 {
-    emit cameraEnabledChanged(message.arguments().value(0).toBool());
+    if (message.member() == QLatin1String("cameraEnabledChanged"))
+        emit cameraEnabledChanged(message.arguments().value(0).toBool());
 }
 
 } // namespace Plinth

@@ -23,9 +23,6 @@ SimCardList cardsOf(const QDBusMessage &message)
 Sim::Sim(const QDBusConnection &bus, QObject *parent)
     : DaemonObject(bus, simPath(), simInterface(), parent)
 {
-    for (const char *member : {"simCardsEnabledChanged", "preferredDataTransferSimChanged",
-                               "preferredVoiceCallSimChanged"})
-        subscribe(QLatin1String(member), SLOT(relayCardsChanged(QDBusMessage)));
 }
 
 Sim::~Sim() = default;
@@ -35,7 +32,7 @@ QDBusPendingReply<SimCardList> Sim::getSimCardsInfo() const
     return call(QStringLiteral("getSimCardsInfo"));
 }
 
-void Sim::relayCardsChanged(const QDBusMessage &message)
+void Sim::relay(const QDBusMessage &message)
 {
     const SimCardList cards = cardsOf(message);
     const QString member = message.member();

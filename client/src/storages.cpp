@@ -7,15 +7,6 @@
 
 namespace Plinth {
 
-namespace {
-
-QVariantMap mapOf(const QDBusMessage &message)
-{
-    return plainValue(message.arguments().value(0)).toMap();
-}
-
-} // namespace
-
 class Storages::Private
 {
 public:
@@ -26,8 +17,6 @@ Storages::Storages(const QDBusConnection &bus, QObject *parent)
     : DaemonObject(bus, storagesPath(), storagesInterface(), parent)
     , m_private(new Private)
 {
-    subscribe(QStringLiteral("externalDriveChanged"), SLOT(relayExternalDriveChanged(QDBusMessage)));
-    subscribe(QStringLiteral("externalStorageChanged"), SLOT(relayExternalStorageChanged(QDBusMessage)));
 }
 
 Storages::~Storages() = default;
@@ -73,14 +62,13 @@ QDBusPendingReply<ExternalStorageSummary> Storages::getExternalStorageInfo() con
     return call(QStringLiteral("getExternalStorageInfo"), queryTimeout());
 }
 
-void Storages::relayExternalDriveChanged(const QDBusMessage &message)
+void Storages::relay(const QDBusMessage &message)
 {
-    emit externalDriveChanged(ExternalDrive(mapOf(message)));
-}
-
-void Storages::relayExternalStorageChanged(const QDBusMessage &message)
-{
-    emit externalStorageChanged(ExternalStorageSummary(mapOf(message)));
+    const QVariantMap map = plainValue(message.arguments().value(0)).toMap();
+    if (message.member() == QLatin1String("externalDriveChanged"))
+        emit externalDriveChanged(ExternalDrive(map));
+    else if (message.member() == QLatin1String("externalStorageChanged"))
+        emit externalStorageChanged(ExternalStorageSummary(map));
 }
 
 } // namespace Plinth

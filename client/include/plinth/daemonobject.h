@@ -14,9 +14,12 @@ class QDBusMessage;
 namespace Plinth {
 
 // What the three object classes share: the connection, the object, its
-// interface, and calls that never block. Every call returns at once; wait for
-// its answer with a QDBusPendingCallWatcher (or, outside an event loop,
-// waitForFinished()).
+// interface, calls that never block, and the daemon's signals. Every call
+// returns at once; wait for its answer with a QDBusPendingCallWatcher (or,
+// outside an event loop, waitForFinished()). An object subscribes to a signal
+// of the daemon when a receiver is first connected to its typed signal (in
+// the object's thread), which takes one round trip to the bus; an object
+// nobody listens to costs the bus nothing.
 class PLINTH_QT5_EXPORT DaemonObject : public QObject
 {
     Q_OBJECT
@@ -36,9 +39,14 @@ public:
 protected:
     DaemonObject(const QDBusConnection &bus, const QString &path, const QString &interface, QObject *parent);
 
-    // Delivers the daemon's signal `member` to `slot`, which takes a
-    // QDBusMessage. False when QtDBus refuses the subscription.
-    bool subscribe(const QString &member, const char *slot);
+    // Emits the typed signal for one of the daemon's signals, which has the
+    // same name.
+    virtual void relay(const QDBusMessage &message) = 0;
+
+    void connectNotify(const QMetaMethod &signal) override;
+
+private slots:
+    void relaySignal(const QDBusMessage &message);
 
 private:
     class Private;

@@ -62,8 +62,8 @@ signals:
     // resolutions again.
     void cameraEnabledChanged(bool enabled);
 
-private slots:
-    void relayCameraEnabledChanged(const QDBusMessage &message);
+protected:
+    void relay(const QDBusMessage &message) override;
 };
 
 } // namespace Plinth

@@ -27,8 +27,8 @@ signals:
     void preferredDataTransferSimChanged(const Plinth::SimCardList &cards);
     void preferredVoiceCallSimChanged(const Plinth::SimCardList &cards);
 
-private slots:
-    void relayCardsChanged(const QDBusMessage &message);
+protected:
+    void relay(const QDBusMessage &message) override;
 };
 
 } // namespace Plinth

@@ -46,9 +46,8 @@ signals:
     // partition has gone.
     void externalStorageChanged(const Plinth::ExternalStorageSummary &summary);
 
-private slots:
-    void relayExternalDriveChanged(const QDBusMessage &message);
-    void relayExternalStorageChanged(const QDBusMessage &message);
+protected:
+    void relay(const QDBusMessage &message) override;
 
 private:
     class Private;
