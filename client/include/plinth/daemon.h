@@ -29,7 +29,10 @@ public:
     ~Daemon() override;
 
     // Has the bus start the daemon unless it runs; answers a StartResult once
-    // the daemon owns its name.
+    // the daemon owns its name. The bus answers from its activation files:
+    // where it has none for the daemon (a bus set up by hand) it answers the
+    // error org.freedesktop.DBus.Error.ServiceUnknown, even while the daemon
+    // runs, so ask owner() first.
     QDBusPendingReply<uint> start() const;
     // The unique name of the daemon's connection; the error
     // org.freedesktop.DBus.Error.NameHasNoOwner when it is not running.
