@@ -152,10 +152,12 @@ class InstalledLibraryTest(plinthtest.DaemonTestCase):
                                   universal_newlines=True, check=True).stdout.split()
         cls.flags = pkg_config('--cflags', '--libs')
         cls.libdir = pkg_config('--variable=libdir')[0]
+        cls.prefix = pkg_config('--variable=prefix')[0]
         cls.program = os.path.join(cls.workdir_class, 'readall')
+        cls.sanitizer_flags = SANITIZER_FLAGS[os.environ.get('PLINTHD_SANITIZE', '')]
         # Qt wants position-independent code from the programs that use it.
-        subprocess.run([compiler, '-std=c++17', '-fPIC', SOURCE, '-o', cls.program]
-                       + SANITIZER_FLAGS[os.environ.get('PLINTHD_SANITIZE', '')] + cls.flags, check=True)
+        subprocess.run([compiler, '-std=c++17', '-fPIC', SOURCE, '-o', cls.program] + cls.sanitizer_flags + cls.flags,
+                       check=True)
 
     @classmethod
     def tearDownClass(cls):
@@ -202,6 +204,26 @@ class InstalledLibraryTest(plinthtest.DaemonTestCase):
         self.assertEqual(printed['quota.100000.limit'], str(standin.MAX_T))
         self.assertEqual(printed['features.getMaxCpuCoresClockSpeed'], '1804,2016')
         self.assertEqual(printed['features.osType'], '2')
+
+    def test_installed_examples_build_with_the_cmake_package(self):
+        # The C++ examples as installed, built on their own: find_package(PlinthQt5).
+        examples = glob.glob(os.path.join(self.prefix, 'share', 'doc', 'plinthd', 'examples', 'cpp'))
+        self.assertEqual(len(examples), 1)
+        build = os.path.join(self.workdir, 'examples')
+        configured = subprocess.run(['cmake', '-S', examples[0], '-B', build, '-DCMAKE_PREFIX_PATH=' + self.prefix,
+                                     '-DCMAKE_CXX_FLAGS=' + ' '.join(self.sanitizer_flags)],
+                                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT, universal_newlines=True)
+        self.assertEqual(configured.returncode, 0, configured.stdout)
+        built = subprocess.run(['cmake', '--build', build, '--target', 'plinth-example-features'],
+                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, universal_newlines=True)
+        self.assertEqual(built.returncode, 0, built.stdout)
+        standin.start(self)
+        result = subprocess.run([os.path.join(build, 'plinth-example-features')], stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True,
+                                env=dict(os.environ, LD_LIBRARY_PATH=self.libdir, **CLIENT_ENV), timeout=60)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout.splitlines()[0], 'Processor: Test CPU, 8 cores, up to 2016 MHz')
+        self.assertIn('  SIM1: Tele One, data', result.stdout.splitlines())
 
     def test_every_value_of_the_daemon(self):
         self.start_daemon()
