@@ -17,11 +17,17 @@ QDBusMessage busDriverCall(const QString &method)
 
 } // namespace
 
+class Daemon::Private
+{
+public:
+    QDBusConnection bus;
+};
+
 Daemon::Daemon(const QDBusConnection &bus, QObject *parent)
     : QObject(parent)
-    , m_bus(bus)
+    , d(new Private{bus})
 {
-    auto *watcher = new QDBusServiceWatcher(serviceName(), m_bus, QDBusServiceWatcher::WatchForOwnerChange, this);
+    auto *watcher = new QDBusServiceWatcher(serviceName(), bus, QDBusServiceWatcher::WatchForOwnerChange, this);
     connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString &, const QString &oldOwner, const QString &newOwner) {
                 // A new owner can take over directly from the old one.
@@ -37,12 +43,12 @@ Daemon::~Daemon() = default;
 QDBusPendingReply<uint> Daemon::start() const
 {
     // The flags argument is unused by the bus and must be 0.
-    return m_bus.asyncCall(busDriverCall(QStringLiteral("StartServiceByName")) << serviceName() << 0u);
+    return d->bus.asyncCall(busDriverCall(QStringLiteral("StartServiceByName")) << serviceName() << 0u);
 }
 
 QDBusPendingReply<QString> Daemon::owner() const
 {
-    return m_bus.asyncCall(busDriverCall(QStringLiteral("GetNameOwner")) << serviceName());
+    return d->bus.asyncCall(busDriverCall(QStringLiteral("GetNameOwner")) << serviceName());
 }
 
 } // namespace Plinth

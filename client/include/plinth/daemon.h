@@ -7,6 +7,7 @@
 #include <QDBusConnection>
 #include <QDBusPendingReply>
 #include <QObject>
+#include <QScopedPointer>
 
 namespace Plinth {
 
@@ -43,7 +44,8 @@ signals:
     void vanished(const QString &formerOwner);
 
 private:
-    QDBusConnection m_bus;
+    class Private;
+    const QScopedPointer<Private> d;
 };
 
 } // namespace Plinth
