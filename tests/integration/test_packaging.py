@@ -109,11 +109,26 @@ class InstallTest(unittest.TestCase):
     def policy_dir(self):
         return cache_value('PLINTHD_DBUS_POLICY_DIR')
 
+    def lib_dir(self):
+        return os.path.join(self.prefix, cache_value('CMAKE_INSTALL_LIBDIR'))
+
     def expected(self):
         p = self.prefix
+        lib = self.lib_dir()
         return sorted([
             p + '/sbin/plinthd',
             p + '/bin/plinthctl',
+            # the client library and what building against it takes
+            lib + '/libplinth-qt5.so.1.0.0',
+            lib + '/libplinth-qt5.so.1',
+            lib + '/libplinth-qt5.so',
+            lib + '/pkgconfig/plinth-qt5.pc',
+            lib + '/cmake/PlinthQt5/PlinthQt5Config.cmake',
+            lib + '/cmake/PlinthQt5/PlinthQt5ConfigVersion.cmake',
+            lib + '/cmake/PlinthQt5/PlinthQt5Targets.cmake',
+            lib + '/cmake/PlinthQt5/PlinthQt5Targets-%s.cmake' % cache_value('CMAKE_BUILD_TYPE').lower(),
+            os.path.join(p, cache_value('PLINTHD_BASH_COMPLETION_DIR'), 'plinthctl'),
+            p + '/share/zsh/vendor-completions/_plinthctl',
             self.unit_dir() + '/plinthd.service',
             self.policy_dir() + '/org.norvu.plinth.conf',
             p + '/share/dbus-1/system-services/org.norvu.plinth.service',
@@ -125,8 +140,11 @@ class InstallTest(unittest.TestCase):
             p + '/share/man/man7/plinthd-interfaces.7',
             p + '/share/dconf/profile/plinthd',
             DCONF_DB_DIR + '/plinthd.d/00-plinthd',
-        ] + [p + '/share/doc/plinthd/' + name for name in (
-            'README.md', 'features.md', 'sim.md', 'storages.md',
+        ] + [p + '/include/plinth-qt5/plinth/' + name for name in (
+            'answer.h', 'daemon.h', 'daemonobject.h', 'features.h', 'global.h', 'plainvalue.h', 'plinth.h', 'sim.h',
+            'simcard.h', 'storages.h', 'storagetypes.h',
+        )] + [p + '/share/doc/plinthd/' + name for name in (
+            'README.md', 'features.md', 'sim.md', 'storages.md', 'client-library.md',
             'examples/README.md',
             'examples/cpp/CMakeLists.txt', 'examples/cpp/features.cpp', 'examples/cpp/storage.cpp',
             'examples/cpp/drives.cpp',
@@ -185,13 +203,15 @@ class InstallTest(unittest.TestCase):
 
         # Compared below the prefix: the RPM spec file installs into /usr, this
         # build into its own prefix. The unit and the bus policy go where
-        # systemd and the bus look on each side; dconf's databases are in one
-        # place for every prefix.
-        def relative(path, prefix, unit_dir, policy_dir):
+        # systemd and the bus look on each side, libraries where the system
+        # keeps them; dconf's databases are in one place for every prefix.
+        def relative(path, prefix, unit_dir, policy_dir, lib_dir):
             if path.startswith(unit_dir + '/'):
                 return 'UNITDIR' + path[len(unit_dir):]
             if path.startswith(policy_dir + '/'):
                 return 'POLICYDIR' + path[len(policy_dir):]
+            if path.startswith(lib_dir + '/'):
+                return 'LIBDIR' + path[len(lib_dir):]
             if path.startswith(DCONF_DB_DIR + '/'):
                 return path
             return os.path.relpath(path, prefix)
@@ -199,9 +219,13 @@ class InstallTest(unittest.TestCase):
         def spec_dir_of(name):
             return os.path.dirname([f for f in files if f.endswith('/' + name)][0])
 
-        patterns = [relative(f, usr, spec_dir_of('plinthd.service'), spec_dir_of('org.norvu.plinth.conf'))
+        spec_lib_dir = subprocess.run(['rpm', '--eval', '%{_libdir}'], stdout=subprocess.PIPE,
+                                      universal_newlines=True).stdout.strip()
+        patterns = [relative(f, usr, spec_dir_of('plinthd.service'), spec_dir_of('org.norvu.plinth.conf'),
+                             spec_lib_dir)
                     for f in files]
-        installed = [relative(f, self.prefix, self.unit_dir(), self.policy_dir()) for f in self.installed]
+        installed = [relative(f, self.prefix, self.unit_dir(), self.policy_dir(), self.lib_dir())
+                     for f in self.installed]
 
         # A directory in %files takes in everything below it.
         def listed(path, pattern):

@@ -12,16 +12,20 @@ import json
 import os
 import re
 import select
+import shlex
+import shutil
 import signal
 import subprocess
+import tempfile
 import time
-import xml.etree.ElementTree as ET
 
 import dbus
-import dbusmock
 
 import plinthtest
+import standin
+from cameras import POLICY_IFACE, POLICY_NAME, POLICY_PATH, POLICY_SIGNAL
 from plinthtest import BUS_NAME, FEATURES_IFACE, FEATURES_PATH, SIM_IFACE, SIM_PATH, STORAGES_IFACE, STORAGES_PATH
+from standin import BEYOND_DOUBLE, MAX_T, WRAPPED, published
 
 PLINTHCTL = os.path.join(os.environ.get('PLINTHD_BUILD_DIR', ''), 'tools', 'plinthctl')
 # Only matters in the AddressSanitizer build: see the file itself.
@@ -29,64 +33,6 @@ CLIENT_ENV = {'ASAN_OPTIONS': 'fast_unwind_on_malloc=0', 'LSAN_OPTIONS': 'suppre
                                                              'sanitizers', 'lsan-qtdbus.supp')
                             + ':print_suppressions=0'}
 STORAGE_PARTS = ['internal', 'user', 'system', 'external', 'drives', 'quota']
-MAX_T = 2 ** 64 - 1
-BEYOND_DOUBLE = 2 ** 53 + 1
-
-# The stand-in's answers: D-Bus signature and the Python expression it returns.
-FEATURE_ANSWERS = {
-    'hasGNSS': ('b', 'True'),
-    'hasNFC': ('b', 'False'),
-    'hasBluetooth': ('b', 'True'),
-    'hasWlan': ('b', 'True'),
-    'getMaxCpuClockSpeed': ('u', 'dbus.UInt32(2016)'),
-    'getNumberCpuCores': ('u', 'dbus.UInt32(8)'),
-    'getCpuModel': ('s', '"Test CPU"'),
-    'getMaxCpuCoresClockSpeed': ('av', '[dbus.UInt32(1804, variant_level=1), dbus.UInt32(2016, variant_level=1)]'),
-    'getBatteryChargePercentage': ('u', 'dbus.UInt32(87)'),
-    'getMainCameraResolution': ('d', '12.2'),
-    'getFrontalCameraResolution': ('d', '0.0'),
-    'getRamTotalSize': ('t', 'dbus.UInt64(4 * 1024 ** 3)'),
-    'getRamFreeSize': ('t', 'dbus.UInt64(%d)' % BEYOND_DOUBLE),
-    'getScreenResolution': ('s', '"1080x2400"'),
-    'getOsVersion': ('s', '"5.1.0.2"'),
-    'getDeviceModel': ('s', '"Model X"'),
-    'getSerialNumber': ('s', '""'),
-    'getLocale': ('s', '"de_DE.UTF-8"'),
-    'getLocales': ('as', '["de_DE.UTF-8", "en_GB.UTF-8"]'),
-    'getTimeZone': ('s', '"CET"'),
-    'getFontNames': ('as', '["/usr/share/fonts/a.ttf", "/usr/share/fonts/b.ttf", "/usr/share/fonts/c.ttf"]'),
-    'getFontFamilyNames': ('as', '["Alpha", "Beta"]'),
-}
-SIM_CARDS = ('[{"enabled": True, "operatorName": "Tele One", "preferredDataTransfer": True, '
-             '"preferredVoiceCall": False, "simName": "SIM1"}]')
-STORAGE_ANSWERS = {
-    'getInternalStorageInfo': ('a{sv}', '{"bytesTotal": dbus.UInt64(%d), "bytesUsed": dbus.UInt64(0), '
-                                        '"bytesAvailable": dbus.UInt64(3 * 1024 ** 3), "filesystemType": "ext4", '
-                                        '"deviceLabel": "Internal storage"}' % MAX_T),
-    'getInternalUserPartitionInfo': ('a{sv}', '{"bytesUsedOtherUsers": dbus.Int64(-1024), '
-                                              '"bytesUsedPictures": dbus.UInt64(1536)}'),
-    'getSystemStorageInfo': ('a{sv}', '{"bytesUsedSDK": dbus.UInt64(%d)}' % BEYOND_DOUBLE),
-    'getExternalStorageInfo': ('a{sv}', '{"deviceLabel": "external storage", "mounted": False, '
-                                        '"countMountedPartitions": dbus.UInt32(0)}'),
-    'getExternalStorageDrivesInfo': ('aa{sv}', '[{"driveName": "Acme Card", "driveType": "SD", "partitionsInfo": '
-                                               'dbus.Array([dbus.Dictionary({"partitionName": "CARD", '
-                                               '"bytesTotal": dbus.Int64(2048)}, signature="sv")], '
-                                               'signature="a{sv}")}]'),
-    'getUsersQuotaInfo': ('a{sa{sv}}', '{"100000": {"quotaIsSet": True, "quotaLimit": dbus.UInt64(%d), '
-                                       '"quotaAvailable": dbus.UInt64(0)}}' % MAX_T),
-}
-
-
-def published(iface):
-    """The methods and properties of a published interface description."""
-    path = os.path.join(os.environ['PLINTHD_SOURCE_DIR'], 'dbus', iface + '.xml')
-    root = ET.parse(path).getroot()
-    element = [i for i in root.findall('interface') if i.get('name') == iface][0]
-    methods = {m.get('name'): m.find('arg').get('name') for m in element.findall('method')}
-    properties = [p.get('name') for p in element.findall('property')]
-    return methods, properties
-
-
 def asv(**values):
     """An a{sv} for a signal argument: dbus-python would guess a narrower type."""
     return dbus.Dictionary(values, signature='sv')
@@ -212,9 +158,15 @@ class Monitor:
                                         stdin=subprocess.DEVNULL,
                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True)
         test.addCleanup(self.close)
-        # The client says it is monitoring once its subscriptions are in place.
-        ready = self.process.stderr.readline()
-        test.assertIn('Monitoring', ready)
+        # The client says it is monitoring once its subscriptions are in place;
+        # what it did before that (starting the daemon) comes first.
+        self.notes = []
+        while True:
+            line = self.process.stderr.readline()
+            test.assertTrue(line, 'monitor ended before it was monitoring: %r' % self.notes)
+            if 'Monitoring' in line:
+                break
+            self.notes.append(line)
         self.buffer = ''
 
     def read_until(self, pattern, timeout=10.0):
@@ -245,18 +197,7 @@ class AgainstAStandIn(PlinthctlTestCase):
 
     def setUp(self):
         super().setUp()
-        process, features = self.start_mock(BUS_NAME, FEATURES_PATH, FEATURES_IFACE)
-        methods, properties = published(FEATURES_IFACE)
-        self.assertEqual(sorted(methods), sorted(FEATURE_ANSWERS))
-        for name, (sig, code) in FEATURE_ANSWERS.items():
-            features.AddMethod(FEATURES_IFACE, name, '', sig, 'ret = ' + code)
-        features.AddProperties(FEATURES_IFACE, {'osType': dbus.UInt32(2), 'isOsCertified': True,
-                                                'isOsEmulated': False})
-        features.AddObject(SIM_PATH, SIM_IFACE, {}, [('getSimCardsInfo', '', 'aa{sv}', 'ret = ' + SIM_CARDS)])
-        features.AddObject(STORAGES_PATH, STORAGES_IFACE, {},
-                           [(name, '', sig, 'ret = ' + code) for name, (sig, code) in STORAGE_ANSWERS.items()])
-        self.mocks = {path: dbus.Interface(self.bus.get_object(BUS_NAME, path), dbusmock.MOCK_IFACE)
-                      for path in (FEATURES_PATH, SIM_PATH, STORAGES_PATH)}
+        self.mocks = standin.start(self)
 
     def test_json_keeps_sizes_exact_and_integral(self):
         document = self.json_of()
@@ -270,6 +211,7 @@ class AgainstAStandIn(PlinthctlTestCase):
         self.assertEqual(storage['internal']['bytesTotal'], MAX_T)
         self.assertEqual(storage['user']['bytesUsedOtherUsers'], -1024)
         self.assertEqual(storage['system']['bytesUsedSDK'], BEYOND_DOUBLE)
+        self.assertEqual(storage['system']['bytesUsedOther'], WRAPPED)
         self.assertEqual(storage['drives'][0]['partitionsInfo'][0]['bytesTotal'], 2048)
         self.assertEqual(storage['quota']['100000']['quotaLimit'], MAX_T)
         self.assertEqual(document['sims'][0]['operatorName'], 'Tele One')
@@ -286,7 +228,9 @@ class AgainstAStandIn(PlinthctlTestCase):
         for line in ('CPU model:', 'Test CPU', 'Memory total:', '4.0 GiB', '2016 MHz', '1804 MHz', '87 %',
                      '12.2 MP', 'Font files:    3', 'Font families: 2', 'Serial number: n/a', 'Certified:     yes',
                      'Tele One', 'Preferred for calls: no', 'Total:', '16.0 EiB', 'Used by other users: -1.0 KiB',
-                     'Used by pictures:', '1.5 KiB', 'Used by SDK: 8.0 PiB', 'Acme Card:', 'CARD:', '2.0 KiB',
+                     'Used by pictures:', '1.5 KiB', 'Used by SDK:         8.0 PiB',
+                     'Used by other files: 0 B (the parts counted add up to more than the used space)',
+                     'Battery:', 'Front camera:', 'not known', 'Acme Card:', 'CARD:', '2.0 KiB',
                      'uid 100000:', 'Quota set:', 'Mounted partitions: 0'):
             self.assertIn(line, text)
         full = self.ok('features')
@@ -358,6 +302,103 @@ class AgainstAStandIn(PlinthctlTestCase):
         self.assertEqual(out.count('cameraEnabledChanged'), 1, out)
 
 
+class FollowingTheDaemon(PlinthctlTestCase):
+    """The monitor on a bus that starts the daemon on demand, as the system bus
+    does: it starts an absent daemon, says when it goes and comes back, and
+    shows the signals of whichever daemon is there."""
+
+    def setUp(self):
+        services = tempfile.mkdtemp(prefix='plinthservices.')
+        self.addCleanup(shutil.rmtree, services, ignore_errors=True)
+        # The bus hands what it starts its own address as DBUS_STARTER_ADDRESS;
+        # the daemon looks for the system bus's.
+        starter = os.path.join(services, 'start-plinthd')
+        with open(starter, 'w') as f:
+            f.write('#!/bin/sh\nDBUS_SYSTEM_BUS_ADDRESS="$DBUS_STARTER_ADDRESS" exec %s\n'
+                    % shlex.quote(plinthtest.plinthd_binary()))
+        os.chmod(starter, 0o755)
+        with open(os.path.join(services, BUS_NAME + '.service'), 'w') as f:
+            f.write('[D-BUS Service]\nName=%s\nExec=%s\n' % (BUS_NAME, starter))
+        self.bus_config = plinthtest.BUS_CONFIG.replace(
+            '</busconfig>', '  <servicedir>%s</servicedir>\n</busconfig>' % services)
+        super().setUp()
+
+    def daemon_pid(self):
+        """The daemon the bus started; ended with the test."""
+        pid = int(self.bus.get_object('org.freedesktop.DBus', '/org/freedesktop/DBus').GetConnectionUnixProcessID(
+            BUS_NAME, dbus_interface='org.freedesktop.DBus'))
+        self.addCleanup(self.end, pid)
+        return pid
+
+    @staticmethod
+    def end(pid):
+        try:
+            os.kill(pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+
+    def kill(self, pid):
+        os.kill(pid, signal.SIGKILL)
+        plinthtest.wait_until(lambda: not self.bus.name_has_owner(BUS_NAME), what='the daemon to leave the bus')
+
+    def start_again(self):
+        """Any call brings the daemon back."""
+        self.features().getCpuModel(timeout=60)
+        return self.daemon_pid()
+
+    def assert_started_by_the_monitor(self, monitor):
+        self.assertEqual(monitor.notes, ['plinthctl: plinthd was not running; the bus has started it\n'])
+        self.assertTrue(self.bus.name_has_owner(BUS_NAME))
+
+    def test_starts_follows_and_keeps_monitoring(self):
+        _, policy = self.start_mock(POLICY_NAME, POLICY_PATH, POLICY_IFACE)
+        self.assertFalse(self.bus.name_has_owner(BUS_NAME))
+        monitor = Monitor(self)
+        self.assert_started_by_the_monitor(monitor)
+        first = self.daemon_pid()
+
+        def camera_signal_shown(after):
+            # The daemon may still be setting up its watch of the policy
+            # manager: announce again until a signal comes through.
+            for _ in range(40):
+                policy.EmitSignal(POLICY_IFACE, POLICY_SIGNAL, '', [])
+                try:
+                    monitor.read_until(after + r'.*cameraEnabledChanged\n  Camera enabled: yes\n', timeout=0.5)
+                    return
+                except AssertionError:
+                    pass
+            monitor.read_until(after + r'.*cameraEnabledChanged', timeout=1)
+
+        camera_signal_shown('')
+        self.kill(first)
+        out = monitor.read_until(r'\d\d:\d\d:\d\d\.\d{3} plinthd has left the bus \(it was :[\d.]+\)\n')
+        self.assertNotIn('is on the bus', out)
+        self.start_again()
+        monitor.read_until(r'left the bus.*\n\d\d:\d\d:\d\d\.\d{3} plinthd is on the bus as :[\d.]+\n')
+        camera_signal_shown(r'(?s)is on the bus as :[\d.]+\n')
+        self.assertIsNone(monitor.process.poll())
+        monitor.process.send_signal(signal.SIGTERM)
+        self.assertEqual(monitor.process.wait(10), 0)
+
+    def test_json_lines_for_the_daemon_leaving_and_coming_back(self):
+        monitor = Monitor(self, '--json')
+        self.assert_started_by_the_monitor(monitor)
+        first_owner = self.bus.get_name_owner(BUS_NAME)
+        self.kill(self.daemon_pid())
+        self.start_again()
+        second_owner = self.bus.get_name_owner(BUS_NAME)
+        out = monitor.read_until(r'"appeared".*\n')
+        events = [json.loads(line) for line in out.splitlines() if '"event"' in line]
+        self.assertEqual([(e['event'], e['owner'], e['service']) for e in events],
+                         [('vanished', first_owner, BUS_NAME), ('appeared', second_owner, BUS_NAME)])
+        for event in events:
+            self.assertRegex(event['time'], r'^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$')
+
+    def test_a_running_daemon_is_not_started_again(self):
+        self.start_again()
+        self.assertEqual(Monitor(self).notes, [])
+
+
 class WithoutDaemonOrBus(PlinthctlTestCase):
 
     def test_no_daemon_on_the_bus(self):
@@ -370,6 +411,17 @@ class WithoutDaemonOrBus(PlinthctlTestCase):
         for args in ([], ['--json', 'storage'], ['monitor']):
             with self.subTest(args=args):
                 self.assert_one_line_failure(self.plinthctl(*args, env=env), 'cannot reach the system bus')
+
+    def test_monitor_waits_for_a_daemon_the_bus_cannot_start(self):
+        monitor = Monitor(self)
+        self.assertEqual(len(monitor.notes), 1, monitor.notes)
+        self.assertRegex(monitor.notes[0], r'^plinthctl: plinthd is not running and the bus cannot start it \(.+\); '
+                                           r'waiting for it\n$')
+        process, _ = self.start_mock(BUS_NAME, FEATURES_PATH, FEATURES_IFACE)
+        owner = self.bus.get_name_owner(BUS_NAME)
+        monitor.read_until(r'plinthd is on the bus as %s\n' % re.escape(owner))
+        process.terminate()
+        monitor.read_until(r'plinthd has left the bus \(it was %s\)\n' % re.escape(owner))
 
     def test_help(self):
         for args in (['--help'], ['-h'], ['help'], ['storage', '--help']):

@@ -3,7 +3,8 @@
 // values as they really arrive from the wire, and batches of calls.
 #include "busquery.h"
 #include "dbustypes.h"
-#include "plainvalue.h"
+
+#include <plinth/plainvalue.h>
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -18,12 +19,19 @@
 #include <limits>
 
 using namespace PlinthCtl;
+using Plinth::plainValue;
 
 namespace {
 
 const QString busName = QStringLiteral("org.norvu.plinth");
 const QString path = QStringLiteral("/org/norvu/plinth/Test");
 const QString interface = QStringLiteral("org.norvu.plinth.test.Answers");
+
+// One call of the stand-in, sent as the client's requests are.
+QDBusPendingCall send(const QDBusConnection &bus, const QString &method, int timeoutMs = BusQuery::defaultTimeoutMs)
+{
+    return bus.asyncCall(QDBusMessage::createMethodCall(busName, path, interface, method), timeoutMs);
+}
 
 } // namespace
 
@@ -167,10 +175,13 @@ private slots:
     void batchAssemblesOneDocument()
     {
         BusQuery query(QDBusConnection::systemBus());
-        query.add({QStringLiteral("a"), QStringLiteral("b")}, path, interface, QStringLiteral("first"));
-        query.add({QStringLiteral("a"), QStringLiteral("c")}, path, interface, QStringLiteral("second"));
-        query.add({QStringLiteral("m")}, path, interface, QStringLiteral("first"));
-        query.add({QStringLiteral("m")}, path, interface, QStringLiteral("second"), {}, BusQuery::defaultTimeoutMs, true);
+        query.add({QStringLiteral("a"), QStringLiteral("b")}, QStringLiteral("first"),
+                  send(query.connection(), QStringLiteral("first")));
+        query.add({QStringLiteral("a"), QStringLiteral("c")}, QStringLiteral("second"),
+                  send(query.connection(), QStringLiteral("second")));
+        query.add({QStringLiteral("m")}, QStringLiteral("first"), send(query.connection(), QStringLiteral("first")));
+        query.add({QStringLiteral("m")}, QStringLiteral("second"), send(query.connection(), QStringLiteral("second")),
+                  BusQuery::defaultTimeoutMs, true);
         QVERIFY2(query.run(), qPrintable(query.errorText()));
         const QVariantMap expected{
             {QStringLiteral("a"),
@@ -184,7 +195,8 @@ private slots:
     void silentDaemonTimesOut()
     {
         BusQuery query(QDBusConnection::systemBus());
-        query.add({QStringLiteral("x")}, path, interface, QStringLiteral("never"), {}, 300);
+        query.add({QStringLiteral("x")}, QStringLiteral("never"),
+                  send(query.connection(), QStringLiteral("never"), 300), 300);
         QVERIFY(!query.run());
         QCOMPARE(query.errorText(), QStringLiteral("never: plinthd gave no answer within 0 s"));
     }
@@ -192,7 +204,8 @@ private slots:
     void unknownMethodIsNamed()
     {
         BusQuery query(QDBusConnection::systemBus());
-        query.add({QStringLiteral("x")}, path, interface, QStringLiteral("nothingLikeThis"));
+        query.add({QStringLiteral("x")}, QStringLiteral("nothingLikeThis"),
+                  send(query.connection(), QStringLiteral("nothingLikeThis")));
         QVERIFY(!query.run());
         QVERIFY2(query.errorText().startsWith(QStringLiteral("nothingLikeThis: this plinthd does not offer it")),
                  qPrintable(query.errorText()));
@@ -203,7 +216,7 @@ private slots:
         const QDBusConnection dead =
             QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/socket"), QStringLiteral("dead"));
         BusQuery query(dead);
-        query.add({QStringLiteral("x")}, path, interface, QStringLiteral("first"));
+        query.add({QStringLiteral("x")}, QStringLiteral("first"), send(query.connection(), QStringLiteral("first")));
         QVERIFY(!query.run());
         QVERIFY2(query.errorText().startsWith(QStringLiteral("cannot reach the system bus: ")),
                  qPrintable(query.errorText()));
@@ -215,7 +228,7 @@ private slots:
     {
         QVERIFY(server.unregisterService(busName));
         BusQuery query(QDBusConnection::systemBus());
-        query.add({QStringLiteral("x")}, path, interface, QStringLiteral("first"));
+        query.add({QStringLiteral("x")}, QStringLiteral("first"), send(query.connection(), QStringLiteral("first")));
         QVERIFY(!query.run());
         QCOMPARE(query.errorText(),
                  QStringLiteral("plinthd is not running: nobody owns org.norvu.plinth on the system bus"));

@@ -153,6 +153,22 @@ private slots:
         QTest::newRow("camera") << "mainCamRes" << QVariant(12.2) << "12.2 MP";
         QTest::newRow("plain count") << "numCores" << QVariant(8u) << "8";
         QTest::newRow("plain double") << "something" << QVariant(0.25) << "0.25";
+        // The daemon's neutral answers for "not known" are not shown as facts.
+        QTest::newRow("no battery") << "batteryPercentage" << QVariant(0u) << "not known";
+        QTest::newRow("no clock") << "maxClockSpeed" << QVariant(0u) << "not known";
+        QTest::newRow("core clock too small") << "maxCoresClockSpeed" << QVariant(99u) << "not known";
+        QTest::newRow("core clock") << "maxCoresClockSpeed" << QVariant(100u) << "100 MHz";
+        QTest::newRow("no camera") << "mainCamRes" << QVariant(0.0) << "not known";
+        QTest::newRow("no front camera") << "frontalCamRes" << QVariant(0.0) << "not known";
+        QTest::newRow("no cores") << "numCores" << QVariant(0u) << "not known";
+        QTest::newRow("no memory figure") << "ramTotal" << QVariant::fromValue(quint64(0)) << "not known";
+        QTest::newRow("free space 0 is a fact") << "bytesAvailable" << QVariant::fromValue(quint64(0)) << "0 B";
+        QTest::newRow("wrapped around") << "bytesUsedOther" << QVariant::fromValue(quint64(0) - 4096)
+                                        << "0 B (the parts counted add up to more than the used space)";
+        QTest::newRow("largest unwrapped")
+            << "bytesUsedOther" << QVariant::fromValue(quint64(std::numeric_limits<qint64>::max())) << "8.0 EiB";
+        QTest::newRow("total is no difference") << "bytesTotal" << QVariant::fromValue(quint64(0) - 1) << "16.0 EiB";
+        QTest::newRow("leading blank") << "deviceLabel" << QVariant(QStringLiteral(" partition")) << "partition";
     }
 
     void scalarTexts()
@@ -256,6 +272,46 @@ private slots:
                                                                  "    Quota set: no\n"));
         // The full form lists the fonts themselves.
         QVERIFY(Reports::featuresText(document).contains(QStringLiteral("  Font files: a.ttf\n              b.ttf\n")));
+    }
+
+    void partitionsAreTitledByTheirOwnName()
+    {
+        const QVariantMap drive{{QStringLiteral("driveName"), QStringLiteral("Acme Card")},
+                                {QStringLiteral("partitionsInfo"),
+                                 QVariantList{QVariantMap{{QStringLiteral("driveName"), QStringLiteral("Acme Card")},
+                                                          {QStringLiteral("partitionName"), QStringLiteral("PHOTOS")},
+                                                          {QStringLiteral("mountPoint"), QStringLiteral("/media/a")}},
+                                              QVariantMap{{QStringLiteral("driveName"), QStringLiteral("Acme Card")},
+                                                          {QStringLiteral("partitionName"), QString()},
+                                                          {QStringLiteral("partitionLabel"), QStringLiteral("EFI")},
+                                                          {QStringLiteral("mountPoint"), QString()}},
+                                              QVariantMap{{QStringLiteral("driveName"), QStringLiteral("Acme Card")},
+                                                          {QStringLiteral("partitionName"), QString()},
+                                                          {QStringLiteral("mountPoint"), QString()}}}}};
+        TextReport report;
+        report.addValue(QStringLiteral("externalDriveInfo"), drive);
+        const QString text = report.render();
+        QVERIFY2(text.contains(QStringLiteral("\n    PHOTOS:\n")), qPrintable(text));
+        QVERIFY2(text.contains(QStringLiteral("\n    EFI:\n")), qPrintable(text));
+        QVERIFY2(text.contains(QStringLiteral("\n    Partition 3:\n")), qPrintable(text));
+        QCOMPARE(text.count(QStringLiteral("Acme Card:")), 0);
+    }
+
+    void unmountedPartitionsSayNotMounted()
+    {
+        const QVariantMap partition{{QStringLiteral("partitionName"), QStringLiteral("CARD")},
+                                    {QStringLiteral("mountPoint"), QString()},
+                                    {QStringLiteral("bytesTotal"), qint64(2048)},
+                                    {QStringLiteral("bytesUsed"), qint64(2048)},
+                                    {QStringLiteral("bytesAvailable"), qint64(0)}};
+        TextReport report;
+        report.addMapList({partition}, QStringLiteral("Partition"));
+        QCOMPARE(report.render(), QStringLiteral("CARD:\n"
+                                                 "  Name:        CARD\n"
+                                                 "  Mount point: not mounted\n"
+                                                 "  Total:       2.0 KiB\n"
+                                                 "  Used:        not mounted\n"
+                                                 "  Available:   not mounted\n"));
     }
 
     void drivesShowTheirPartitions()

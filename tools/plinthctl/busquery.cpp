@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "busquery.h"
 
-#include "plainvalue.h"
+#include <plinth/global.h>
+#include <plinth/plainvalue.h>
 
 #include <QDBusMessage>
 #include <QDBusPendingCall>
@@ -12,7 +13,6 @@ namespace PlinthCtl {
 
 namespace {
 
-const QString busName = QStringLiteral("org.norvu.plinth");
 const int settleTimeMs = 2000;
 
 // Writes `value` at `place` inside `map`, creating the maps on the way.
@@ -43,17 +43,17 @@ BusQuery::BusQuery(const QDBusConnection &bus)
 {
 }
 
-void BusQuery::add(const QStringList &place, const QString &objectPath, const QString &interface,
-                   const QString &method, const QVariantList &arguments, int timeoutMs, bool merge)
+void BusQuery::add(const QStringList &place, const QString &method, const QDBusPendingCall &call, int timeoutMs,
+                   bool merge)
 {
-    m_calls.append(Call{place, objectPath, interface, method, arguments, timeoutMs, merge});
+    m_calls.append(Call{place, method, call, timeoutMs, merge});
 }
 
 QString BusQuery::describeError(const QDBusError &error, const QString &method, int timeoutMs)
 {
     if (error.type() == QDBusError::ServiceUnknown
         || error.name() == QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner")) {
-        return QStringLiteral("plinthd is not running: nobody owns %1 on the system bus").arg(busName);
+        return QStringLiteral("plinthd is not running: nobody owns %1 on the system bus").arg(Plinth::serviceName());
     }
     switch (error.type()) {
     case QDBusError::Disconnected:
@@ -108,11 +108,8 @@ bool BusQuery::run()
     }
     QVector<QDBusPendingCall> pending;
     pending.reserve(m_calls.size());
-    for (const Call &call : qAsConst(m_calls)) {
-        QDBusMessage message = QDBusMessage::createMethodCall(busName, call.objectPath, call.interface, call.method);
-        message.setArguments(call.arguments);
-        pending.append(m_bus.asyncCall(message, call.timeoutMs));
-    }
+    for (const Call &call : qAsConst(m_calls))
+        pending.append(call.pending);
     for (int i = 0; i < pending.size(); ++i) {
         QDBusPendingCall &answer = pending[i];
         answer.waitForFinished();
@@ -123,7 +120,7 @@ bool BusQuery::run()
             return false;
         }
         const QList<QVariant> arguments = answer.reply().arguments();
-        store(call, arguments.isEmpty() ? QVariant() : plainValue(arguments.first()));
+        store(call, arguments.isEmpty() ? QVariant() : Plinth::plainValue(arguments.first()));
     }
     m_calls.clear();
     return true;

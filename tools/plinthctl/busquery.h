@@ -20,14 +20,17 @@ class BusQuery
 public:
     explicit BusQuery(const QDBusConnection &bus);
 
-    // The answer of `method` goes to `place` in the document (a path of map
-    // keys, e.g. {"storage", "internal"}). With `merge`, a map answer is
-    // merged into the map already there instead of replacing it.
-    void add(const QStringList &place, const QString &objectPath, const QString &interface, const QString &method,
-             const QVariantList &arguments = {}, int timeoutMs = defaultTimeoutMs, bool merge = false);
+    QDBusConnection connection() const { return m_bus; }
 
-    // Sends every call and waits for all answers. False on the first failure,
-    // with a one-line explanation in errorText().
+    // The answer of `call` (a call of `method`, already sent with
+    // `timeoutMs`) goes to `place` in the document (a path of map keys, e.g.
+    // {"storage", "internal"}). With `merge`, a map answer is merged into the
+    // map already there instead of replacing it.
+    void add(const QStringList &place, const QString &method, const QDBusPendingCall &call,
+             int timeoutMs = defaultTimeoutMs, bool merge = false);
+
+    // Waits for every answer. False on the first failure, with a one-line
+    // explanation in errorText().
     bool run();
 
     QVariantMap document() const { return m_document; }
@@ -42,10 +45,8 @@ private:
     struct Call
     {
         QStringList place;
-        QString objectPath;
-        QString interface;
         QString method;
-        QVariantList arguments;
+        QDBusPendingCall pending;
         int timeoutMs;
         bool merge;
     };

@@ -8,17 +8,26 @@
 #include <QVector>
 
 #include <algorithm>
+#include <limits>
 
 namespace PlinthCtl {
 namespace Fields {
 
 namespace {
 
+// Below this figure a number is the daemon's way of saying "not known".
+const quint64 allNumbersKnown = 0;
+const quint64 zeroUnknown = 1;
+// A core's maximum that the kernel does not give as a plain number reads as
+// a figure far too small.
+const quint64 coreClockKnownFrom = 100;
+
 struct FieldInfo
 {
     const char *label;
     Kind kind;
     Group group;
+    quint64 knownFrom = allNumbersKnown;
 };
 
 // Names are those of the answers: the out-argument names of the Features
@@ -36,15 +45,15 @@ const QVector<NamedField> &fieldTable()
     static const QVector<NamedField> fields = {
         // Features: hardware
         {QStringLiteral("cpuModel"), {"CPU model", Kind::Plain, Group::Device}},
-        {QStringLiteral("numCores"), {"CPU cores", Kind::Plain, Group::Device}},
-        {QStringLiteral("maxClockSpeed"), {"CPU max clock", Kind::MegaHertz, Group::Device}},
-        {QStringLiteral("maxCoresClockSpeed"), {"Core max clocks", Kind::MegaHertz, Group::Device}},
-        {QStringLiteral("ramTotal"), {"Memory total", Kind::Bytes, Group::Device}},
-        {QStringLiteral("ramFree"), {"Memory free", Kind::Bytes, Group::Device}},
+        {QStringLiteral("numCores"), {"CPU cores", Kind::Plain, Group::Device, zeroUnknown}},
+        {QStringLiteral("maxClockSpeed"), {"CPU max clock", Kind::MegaHertz, Group::Device, zeroUnknown}},
+        {QStringLiteral("maxCoresClockSpeed"), {"Core max clocks", Kind::MegaHertz, Group::Device, coreClockKnownFrom}},
+        {QStringLiteral("ramTotal"), {"Memory total", Kind::Bytes, Group::Device, zeroUnknown}},
+        {QStringLiteral("ramFree"), {"Memory free", Kind::Bytes, Group::Device, zeroUnknown}},
         {QStringLiteral("screenResolution"), {"Screen", Kind::Plain, Group::Device}},
-        {QStringLiteral("batteryPercentage"), {"Battery", Kind::Percent, Group::Device}},
-        {QStringLiteral("mainCamRes"), {"Main camera", Kind::MegaPixels, Group::Device}},
-        {QStringLiteral("frontalCamRes"), {"Front camera", Kind::MegaPixels, Group::Device}},
+        {QStringLiteral("batteryPercentage"), {"Battery", Kind::Percent, Group::Device, zeroUnknown}},
+        {QStringLiteral("mainCamRes"), {"Main camera", Kind::MegaPixels, Group::Device, zeroUnknown}},
+        {QStringLiteral("frontalCamRes"), {"Front camera", Kind::MegaPixels, Group::Device, zeroUnknown}},
         {QStringLiteral("hasGnss"), {"GNSS", Kind::Plain, Group::Device}},
         {QStringLiteral("hasNfc"), {"NFC", Kind::Plain, Group::Device}},
         {QStringLiteral("hasBluetooth"), {"Bluetooth", Kind::Plain, Group::Device}},
@@ -206,6 +215,13 @@ QStringList displayOrder(QStringList names)
     return names;
 }
 
+QString itemNoun(const QString &name)
+{
+    if (name == QLatin1String("partitionsInfo"))
+        return QStringLiteral("Partition");
+    return label(name);
+}
+
 QString groupTitle(Group group)
 {
     switch (group) {
@@ -223,6 +239,16 @@ QString groupTitle(Group group)
     return QStringLiteral("Other");
 }
 
+QString notKnownText()
+{
+    return QStringLiteral("not known");
+}
+
+QString notMountedText()
+{
+    return QStringLiteral("not mounted");
+}
+
 QString scalarText(const QString &name, const QVariant &value)
 {
     const int type = value.userType();
@@ -231,7 +257,8 @@ QString scalarText(const QString &name, const QVariant &value)
     if (type == QMetaType::Bool)
         return value.toBool() ? QStringLiteral("yes") : QStringLiteral("no");
     if (type == QMetaType::QString) {
-        const QString text = value.toString();
+        // Blanks around a text would push it out of its column.
+        const QString text = value.toString().trimmed();
         return text.isEmpty() ? QStringLiteral("n/a") : text;
     }
     const bool isSigned = type == QMetaType::Int || type == QMetaType::LongLong || type == QMetaType::Short
@@ -241,6 +268,17 @@ QString scalarText(const QString &name, const QVariant &value)
     const bool isDouble = type == QMetaType::Double || type == QMetaType::Float;
     if (!isSigned && !isUnsigned && !isDouble)
         return value.toString();
+
+    // Where the daemon answers "not known" with a number (0 for no battery,
+    // no clock data, no camera), the text says so instead of showing the
+    // number as a fact.
+    const auto known = knownFields().constFind(name);
+    if (known != knownFields().cend() && known->info.knownFrom != allNumbersKnown) {
+        const bool below = isDouble ? value.toDouble() < double(known->info.knownFrom)
+                                    : (isSigned && value.toLongLong() < 0) || value.toULongLong() < known->info.knownFrom;
+        if (below)
+            return notKnownText();
+    }
 
     QString number;
     if (isSigned)
@@ -252,6 +290,13 @@ QString scalarText(const QString &name, const QVariant &value)
 
     switch (kind(name)) {
     case Kind::Bytes:
+        // A used figure worked out as a difference wraps around when what
+        // is subtracted adds up to more; the daemon sends it so, and the
+        // reference says to read it as 0.
+        if (isUnsigned && value.toULongLong() > quint64(std::numeric_limits<qint64>::max())
+            && name.startsWith(bytesUsedPrefix())) {
+            return humanSize(quint64(0)) + QStringLiteral(" (the parts counted add up to more than the used space)");
+        }
         if (isSigned)
             return humanSize(qint64(value.toLongLong()));
         if (isUnsigned)

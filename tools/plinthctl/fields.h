@@ -28,8 +28,16 @@ QString groupTitle(Group group);
 QStringList displayOrder(QStringList names);
 
 // One value as the text form shows it: sizes in binary units, booleans as
-// yes/no, an empty string as "n/a", units after numbers.
+// yes/no, an empty string as "n/a", units after numbers, "not known" where
+// the daemon's number means that.
 QString scalarText(const QString &name, const QVariant &value);
+QString notKnownText();
+// What a partition that is not mounted shows for its mount point and space.
+QString notMountedText();
+
+// What one map of a list named `name` is called ("Partition" for
+// "partitionsInfo").
+QString itemNoun(const QString &name);
 
 // "bytesUsedCoreDumps" -> "Bytes used core dumps": words from a lowerCamelCase
 // name, runs of capitals kept together ("SDK", "GNSS").

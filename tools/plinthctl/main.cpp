@@ -70,7 +70,10 @@ int monitorUntilQuit(QCoreApplication &app, const QDBusConnection &bus, bool jso
         return fail(error);
     if (!quitOnSignals(&app))
         return fail(QStringLiteral("cannot handle SIGINT and SIGTERM"));
-    // On standard error, so that the output stays signals only.
+    // On standard error, so that the output stays the daemon's news only.
+    const QString started = monitor.startDaemon();
+    if (!started.isEmpty())
+        print(stderr, QByteArrayLiteral("plinthctl: ") + started.toUtf8() + '\n');
     print(stderr, QByteArrayLiteral("Monitoring the signals of org.norvu.plinth; Ctrl-C stops.\n"));
     app.exec();
     return 0;

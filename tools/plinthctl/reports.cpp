@@ -6,26 +6,19 @@
 #include "interfacedescription.h"
 #include "textreport.h"
 
+#include <plinth/features.h>
+#include <plinth/sim.h>
+#include <plinth/storages.h>
+
 namespace PlinthCtl {
 namespace Reports {
 
 namespace {
 
-const QString featuresPath = QStringLiteral("/org/norvu/plinth/Features");
-const QString featuresInterface = QStringLiteral("org.norvu.plinth.Features");
-const QString simPath = QStringLiteral("/org/norvu/plinth/SIM");
-const QString simInterface = QStringLiteral("org.norvu.plinth.SIM");
-const QString storagesPath = QStringLiteral("/org/norvu/plinth/Storages");
-const QString storagesInterface = QStringLiteral("org.norvu.plinth.Storages");
-
 const QString featuresKey = QStringLiteral("features");
 const QString simsKey = QStringLiteral("sims");
 const QString storageKey = QStringLiteral("storage");
 const QString quotaPart = QStringLiteral("quota");
-
-// Storage answers can take minutes on a full device: the daemon walks the
-// users' folders and the system folders before it answers.
-const int storageTimeoutMs = 5 * 60 * 1000;
 
 struct StoragePart
 {
@@ -33,17 +26,28 @@ struct StoragePart
     const char *method;
     const char *title;
     const char *noun; // for a list answer: what one entry is
+    // Sends the call. Storage answers can take minutes on a full device (the
+    // daemon walks the users' folders and the system folders before it
+    // answers): the library gives the slow ones a long time-out.
+    QDBusPendingCall (*request)(const Plinth::Storages &storages);
+    bool slow;
 };
 
 const QVector<StoragePart> &storagePartTable()
 {
     static const QVector<StoragePart> parts = {
-        {QStringLiteral("internal"), "getInternalStorageInfo", "Internal storage", nullptr},
-        {QStringLiteral("user"), "getInternalUserPartitionInfo", "User partition", nullptr},
-        {QStringLiteral("system"), "getSystemStorageInfo", "System storage", nullptr},
-        {QStringLiteral("external"), "getExternalStorageInfo", "External storage", nullptr},
-        {QStringLiteral("drives"), "getExternalStorageDrivesInfo", "External drives", "Drive"},
-        {QStringLiteral("quota"), "getUsersQuotaInfo", "User quotas", nullptr},
+        {QStringLiteral("internal"), "getInternalStorageInfo", "Internal storage", nullptr,
+         [](const Plinth::Storages &s) -> QDBusPendingCall { return s.getInternalStorageInfo(); }, true},
+        {QStringLiteral("user"), "getInternalUserPartitionInfo", "User partition", nullptr,
+         [](const Plinth::Storages &s) -> QDBusPendingCall { return s.getInternalUserPartitionInfo(); }, true},
+        {QStringLiteral("system"), "getSystemStorageInfo", "System storage", nullptr,
+         [](const Plinth::Storages &s) -> QDBusPendingCall { return s.getSystemStorageInfo(); }, true},
+        {QStringLiteral("external"), "getExternalStorageInfo", "External storage", nullptr,
+         [](const Plinth::Storages &s) -> QDBusPendingCall { return s.getExternalStorageInfo(); }, true},
+        {QStringLiteral("drives"), "getExternalStorageDrivesInfo", "External drives", "Drive",
+         [](const Plinth::Storages &s) -> QDBusPendingCall { return s.getExternalStorageDrivesInfo(); }, false},
+        {QStringLiteral("quota"), "getUsersQuotaInfo", "User quotas", nullptr,
+         [](const Plinth::Storages &s) -> QDBusPendingCall { return s.getUsersQuotaInfo(); }, true},
     };
     return parts;
 }
@@ -128,31 +132,33 @@ bool isStoragePart(const QString &name)
 
 void requestFeatures(BusQuery &query)
 {
-    const InterfaceDescription features = InterfaceDescription::builtIn(featuresInterface);
-    const QVector<DBusMember> queries = features.queries();
-    for (const DBusMember &method : queries) {
-        query.add({featuresKey, method.outArgs.first().name}, featuresPath, featuresInterface, method.name);
-    }
+    // Every method the interface description lists, by name, so that what a
+    // newer daemon answers is shown too.
+    const Plinth::Features features(query.connection());
+    const InterfaceDescription description = InterfaceDescription::builtIn(features.interface());
+    const QVector<DBusMember> queries = description.queries();
+    for (const DBusMember &method : queries)
+        query.add({featuresKey, method.outArgs.first().name}, method.name, features.call(method.name));
     bool readable = false;
-    for (const DBusProperty &property : features.properties())
+    for (const DBusProperty &property : description.properties())
         readable = readable || property.readable;
-    if (readable) {
-        query.add({featuresKey}, featuresPath, QStringLiteral("org.freedesktop.DBus.Properties"),
-                  QStringLiteral("GetAll"), {featuresInterface}, BusQuery::defaultTimeoutMs, true);
-    }
+    if (readable)
+        query.add({featuresKey}, QStringLiteral("GetAll"), features.getProperties(), BusQuery::defaultTimeoutMs, true);
 }
 
 void requestSims(BusQuery &query)
 {
-    query.add({simsKey}, simPath, simInterface, QStringLiteral("getSimCardsInfo"));
+    const Plinth::Sim sim(query.connection());
+    query.add({simsKey}, QStringLiteral("getSimCardsInfo"), sim.getSimCardsInfo());
 }
 
 void requestStorage(BusQuery &query, const QStringList &parts)
 {
+    const Plinth::Storages storages(query.connection());
     for (const StoragePart &part : storagePartTable()) {
         if (parts.contains(part.name)) {
-            query.add({storageKey, part.name}, storagesPath, storagesInterface, QLatin1String(part.method), {},
-                      storageTimeoutMs);
+            query.add({storageKey, part.name}, QLatin1String(part.method), part.request(storages),
+                      part.slow ? storages.queryTimeout() : BusQuery::defaultTimeoutMs);
         }
     }
 }

@@ -2,17 +2,17 @@
 #include "signalmonitor.h"
 
 #include "jsonwriter.h"
-#include "plainvalue.h"
 #include "textreport.h"
 
+#include <plinth/daemon.h>
+#include <plinth/plainvalue.h>
+
 #include <QDBusMessage>
-#include <QDBusServiceWatcher>
+#include <QDBusPendingReply>
 
 namespace PlinthCtl {
 
 namespace {
-
-const QString busName = QStringLiteral("org.norvu.plinth");
 
 struct Watched
 {
@@ -37,6 +37,11 @@ const QString interfaceKey = QStringLiteral("interface");
 const QString pathKey = QStringLiteral("path");
 const QString signalKey = QStringLiteral("signal");
 const QString argumentsKey = QStringLiteral("arguments");
+const QString serviceKey = QStringLiteral("service");
+const QString eventKey = QStringLiteral("event");
+const QString ownerKey = QStringLiteral("owner");
+const QString appearedEvent = QStringLiteral("appeared");
+const QString vanishedEvent = QStringLiteral("vanished");
 
 } // namespace
 
@@ -45,6 +50,7 @@ SignalMonitor::SignalMonitor(const QDBusConnection &bus, Format format, FILE *ou
     , m_bus(bus)
     , m_format(format)
     , m_out(out)
+    , m_daemon(new Plinth::Daemon(bus, this))
 {
     for (const Watched &w : watched)
         m_interfaces.append(InterfaceDescription::builtIn(QLatin1String(w.interface)));
@@ -58,14 +64,14 @@ bool SignalMonitor::start(QString *errorText)
     }
     // The sender is checked here rather than left to QtDBus, which learns the
     // name's owner asynchronously and drops what arrives before it knows. As
-    // for the signals below, the watcher's rule is also added and waited for.
-    auto *watcher = new QDBusServiceWatcher(busName, m_bus, QDBusServiceWatcher::WatchForOwnerChange, this);
-    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
-            [this](const QString &, const QString &, const QString &newOwner) { m_owner = newOwner; });
+    // for the signals below, the owner watcher's rule is also added and
+    // waited for.
+    connect(m_daemon, &Plinth::Daemon::appeared, this, [this](const QString &owner) { ownerChanged(owner, true); });
+    connect(m_daemon, &Plinth::Daemon::vanished, this, [this](const QString &owner) { ownerChanged(owner, false); });
     const QDBusMessage ownerRule = m_bus.call(
         busDriverCall(QStringLiteral("AddMatch"))
         << QStringLiteral("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                          "member='NameOwnerChanged',arg0='%1'").arg(busName));
+                          "member='NameOwnerChanged',arg0='%1'").arg(Plinth::serviceName()));
     if (ownerRule.type() != QDBusMessage::ReplyMessage) {
         *errorText = QStringLiteral("cannot reach the system bus: %1").arg(ownerRule.errorMessage());
         return false;
@@ -92,14 +98,35 @@ bool SignalMonitor::start(QString *errorText)
             return false;
         }
     }
-    const QDBusMessage answer = m_bus.call(busDriverCall(QStringLiteral("GetNameOwner")) << busName);
-    if (answer.type() == QDBusMessage::ReplyMessage && !answer.arguments().isEmpty()) {
-        m_owner = answer.arguments().first().toString();
-    } else if (answer.errorName() != QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner")) {
-        *errorText = QStringLiteral("cannot reach the system bus: %1").arg(answer.errorMessage());
+    QDBusPendingReply<QString> owner = m_daemon->owner();
+    owner.waitForFinished();
+    if (owner.isValid()) {
+        m_owner = owner.value();
+    } else if (owner.error().name() != QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner")) {
+        *errorText = QStringLiteral("cannot reach the system bus: %1").arg(owner.error().message());
         return false;
     }
     return true;
+}
+
+QString SignalMonitor::startDaemon()
+{
+    if (!m_owner.isEmpty())
+        return QString();
+    QDBusPendingReply<uint> started = m_daemon->start();
+    started.waitForFinished();
+    if (started.isError()) {
+        return QStringLiteral("plinthd is not running and the bus cannot start it (%1); waiting for it")
+            .arg(started.error().message());
+    }
+    // Known before the loop delivers the owner change, which is then no news.
+    QDBusPendingReply<QString> owner = m_daemon->owner();
+    owner.waitForFinished();
+    if (owner.isValid())
+        m_owner = owner.value();
+    if (started.value() == Plinth::Daemon::AlreadyRunning)
+        return QString();
+    return QStringLiteral("plinthd was not running; the bus has started it");
 }
 
 QVariantMap SignalMonitor::describe(const QString &interface, const QString &path, const QString &member,
@@ -118,7 +145,7 @@ QVariantMap SignalMonitor::describe(const QString &interface, const QString &pat
             name = description->outArgs.at(i).name;
         if (name.isEmpty())
             name = QStringLiteral("arg") + QString::number(i);
-        named.insert(name, plainValue(arguments.at(i)));
+        named.insert(name, Plinth::plainValue(arguments.at(i)));
     }
     return QVariantMap{
         {timeKey, when.toUTC().toString(Qt::ISODateWithMs)},
@@ -129,12 +156,29 @@ QVariantMap SignalMonitor::describe(const QString &interface, const QString &pat
     };
 }
 
+QVariantMap SignalMonitor::describeOwnerChange(const QString &owner, bool appeared, const QDateTime &when)
+{
+    return QVariantMap{
+        {timeKey, when.toUTC().toString(Qt::ISODateWithMs)},
+        {serviceKey, Plinth::serviceName()},
+        {eventKey, appeared ? appearedEvent : vanishedEvent},
+        {ownerKey, owner},
+    };
+}
+
 QString SignalMonitor::text(const QVariantMap &event)
 {
     const QDateTime when = QDateTime::fromString(event.value(timeKey).toString(), Qt::ISODateWithMs);
+    const QString time = when.toLocalTime().toString(QStringLiteral("HH:mm:ss.zzz")) + QLatin1Char(' ');
+    if (event.contains(eventKey)) {
+        const bool appeared = event.value(eventKey) == appearedEvent;
+        return time
+            + (appeared ? QStringLiteral("plinthd is on the bus as %1") : QStringLiteral("plinthd has left the bus (it was %1)"))
+                  .arg(event.value(ownerKey).toString())
+            + QLatin1Char('\n');
+    }
     TextReport report;
-    report.addSection(when.toLocalTime().toString(QStringLiteral("HH:mm:ss.zzz")) + QLatin1Char(' ')
-                      + event.value(interfaceKey).toString() + QLatin1Char('.')
+    report.addSection(time + event.value(interfaceKey).toString() + QLatin1Char('.')
                       + event.value(signalKey).toString());
     const QVariantMap arguments = event.value(argumentsKey).toMap();
     for (auto it = arguments.cbegin(); it != arguments.cend(); ++it)
@@ -151,8 +195,27 @@ void SignalMonitor::handleSignal(const QDBusMessage &message)
 {
     if (m_owner.isEmpty() || message.service() != m_owner)
         return;
-    const QVariantMap event = describe(message.interface(), message.path(), message.member(), message.arguments(),
-                                       QDateTime::currentDateTimeUtc(), m_interfaces);
+    print(describe(message.interface(), message.path(), message.member(), message.arguments(),
+                   QDateTime::currentDateTimeUtc(), m_interfaces));
+}
+
+void SignalMonitor::ownerChanged(const QString &owner, bool appeared)
+{
+    // What start() or startDaemon() found out already is not news.
+    if (appeared) {
+        if (owner == m_owner)
+            return;
+        m_owner = owner;
+    } else {
+        if (owner != m_owner)
+            return;
+        m_owner.clear();
+    }
+    print(describeOwnerChange(owner, appeared, QDateTime::currentDateTimeUtc()));
+}
+
+void SignalMonitor::print(const QVariantMap &event)
+{
     const QByteArray out = m_format == Json ? jsonLine(event) : text(event).toUtf8();
     fwrite(out.constData(), 1, size_t(out.size()), m_out);
     // Whoever reads a pipe wants each signal when it happens, not when a

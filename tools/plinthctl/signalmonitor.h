@@ -14,12 +14,17 @@
 
 class QDBusMessage;
 
+namespace Plinth {
+class Daemon;
+}
+
 namespace PlinthCtl {
 
 // Prints every signal the daemon emits on its three interfaces, one entry per
-// signal, as it arrives. Only signals sent by the owner of "org.norvu.plinth"
-// count: anybody on the bus may emit a signal with the daemon's path and
-// interface, and those are not the daemon's news.
+// signal, as it arrives, and an entry when the daemon leaves the bus or comes
+// back. Only signals sent by the owner of "org.norvu.plinth" count: anybody
+// on the bus may emit a signal with the daemon's path and interface, and
+// those are not the daemon's news.
 class SignalMonitor : public QObject
 {
     Q_OBJECT
@@ -31,6 +36,10 @@ public:
 
     // Subscribes; false (with a one-line reason) when the bus refuses.
     bool start(QString *errorText);
+    // The daemon sends no signal before something has called it: unless it
+    // runs, has the bus start it. Returns what happened, for the user; empty
+    // when it was running already.
+    QString startDaemon();
 
     // One signal as a plain document:
     //   {"time", "interface", "path", "signal", "arguments": {name: value}}
@@ -39,6 +48,10 @@ public:
     static QVariantMap describe(const QString &interface, const QString &path, const QString &member,
                                 const QVariantList &arguments, const QDateTime &when,
                                 const QVector<InterfaceDescription> &interfaces);
+    // The daemon leaving the bus (an empty owner) or coming to it:
+    //   {"time", "service", "event": "vanished" or "appeared", "owner"}
+    // with the unique name it had or has.
+    static QVariantMap describeOwnerChange(const QString &owner, bool appeared, const QDateTime &when);
     static QString text(const QVariantMap &event);
     // One line of compact JSON, so that a reader can take the stream apart
     // line by line.
@@ -48,10 +61,14 @@ private slots:
     void handleSignal(const QDBusMessage &message);
 
 private:
+    void ownerChanged(const QString &owner, bool appeared);
+    void print(const QVariantMap &event);
+
     QDBusConnection m_bus;
     Format m_format;
     FILE *m_out;
     QVector<InterfaceDescription> m_interfaces;
+    Plinth::Daemon *m_daemon;
     QString m_owner; // unique name of the daemon, empty while it is away
 };
 

@@ -11,6 +11,12 @@ namespace {
 
 const int indentStep = 2;
 
+const QString &mountPointKey()
+{
+    static const QString key = QStringLiteral("mountPoint");
+    return key;
+}
+
 bool isMapList(const QVariantList &list)
 {
     return !list.isEmpty() && std::all_of(list.cbegin(), list.cend(), [](const QVariant &v) {
@@ -48,16 +54,32 @@ void TextReport::addMap(const QVariantMap &map, int depth)
         addNote(QStringLiteral("(no data)"), depth);
         return;
     }
+    // A partition that is not mounted has no mount point and no space to
+    // offer: its figures (0 available, all of it used) are not facts about
+    // its contents.
+    const bool unmountedPartition = map.contains(mountPointKey()) && map.value(mountPointKey()).toString().isEmpty();
+    static const QStringList mountedOnly = {mountPointKey(), QStringLiteral("bytesAvailable"),
+                                            QStringLiteral("bytesUsed")};
     const QStringList names = Fields::displayOrder(map.keys());
-    for (const QString &name : names)
-        addValue(name, map.value(name), depth);
+    for (const QString &name : names) {
+        if (unmountedPartition && mountedOnly.contains(name))
+            addRow(Fields::label(name), Fields::notMountedText(), depth);
+        else
+            addValue(name, map.value(name), depth);
+    }
 }
 
 QString TextReport::itemTitle(const QVariantMap &item, const QString &noun, int index)
 {
-    static const char *const namingKeys[] = {"simName", "driveName", "partitionName", "mountPoint", "deviceName"};
-    for (const char *key : namingKeys) {
-        const QString name = item.value(QLatin1String(key)).toString();
+    // A partition entry also carries its drive's name, which would title
+    // every partition of a drive alike.
+    static const QStringList partitionNamingKeys = {QStringLiteral("partitionName"), QStringLiteral("partitionLabel"),
+                                                    mountPointKey()};
+    static const QStringList namingKeys = {QStringLiteral("simName"), QStringLiteral("driveName"), mountPointKey(),
+                                           QStringLiteral("deviceName")};
+    const bool partition = item.contains(partitionNamingKeys.first());
+    for (const QString &key : partition ? partitionNamingKeys : namingKeys) {
+        const QString name = item.value(key).toString().trimmed();
         if (!name.isEmpty())
             return name;
     }
@@ -88,7 +110,7 @@ void TextReport::addValue(const QString &name, const QVariant &value, int depth)
             addRow(label, QStringLiteral("none"), depth);
         } else if (isMapList(list)) {
             addRow(label, QString(), depth);
-            addMapList(list, Fields::label(name), depth + 1);
+            addMapList(list, Fields::itemNoun(name), depth + 1);
         } else {
             QStringList lines;
             for (const QVariant &element : list)

@@ -1,28 +1,29 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Synchronous calls of plinthd with Qt: a few Features questions, a property
-// and the SIM cards. Every Features and SIM method answers in the call, so a
-// blocking call with the default time-out is fine for them.
+// Features and SIM questions of plinthd with the client library: a few
+// hardware and OS answers, a property and the SIM cards. Every Features and SIM
+// method answers in the call, so waiting for each reply at once
+// (waitForFinished) with the default time-out is fine for them.
 //
 //   plinth-example-features
 
+#include <plinth/features.h>
+#include <plinth/sim.h>
+
 #include <QCoreApplication>
-#include <QDBusConnection>
-#include <QDBusInterface>
-#include <QDBusMetaType>
-#include <QDBusReply>
 #include <QStringList>
 #include <QTextStream>
 
 namespace {
 
-const QString Service = QStringLiteral("org.norvu.plinth");
-
-// What a failed call says, on standard error; 1 as the exit status.
+// What a failed call says, on standard error. The errors come from the bus
+// (no daemon, a time-out); the daemon itself answers failures with neutral
+// values.
 template <typename T>
-bool check(const QDBusReply<T> &reply, const char *method)
+bool answered(QDBusPendingReply<T> &reply, const char *method)
 {
-    if (reply.isValid())
+    reply.waitForFinished();
+    if (!reply.isError())
         return true;
     QTextStream(stderr) << method << ": " << reply.error().name() << ": " << reply.error().message() << '\n';
     return false;
@@ -33,30 +34,24 @@ bool check(const QDBusReply<T> &reply, const char *method)
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    // aa{sv}, the SIM card list, arrives as a list of maps once the type is
-    // known to QtDBus.
-    qDBusRegisterMetaType<QList<QVariantMap>>();
-
-    QDBusConnection bus = QDBusConnection::systemBus();
-    if (!bus.isConnected()) {
-        QTextStream(stderr) << "no system bus: " << bus.lastError().message() << '\n';
-        return 1;
-    }
     QTextStream out(stdout);
 
-    QDBusInterface features(Service, QStringLiteral("/org/norvu/plinth/Features"),
-                            QStringLiteral("org.norvu.plinth.Features"), bus);
-    const QDBusReply<QString> model = features.call(QStringLiteral("getCpuModel"));
-    const QDBusReply<uint> cores = features.call(QStringLiteral("getNumberCpuCores"));
-    const QDBusReply<uint> clock = features.call(QStringLiteral("getMaxCpuClockSpeed"));
+    // The system bus, or the one DBUS_SYSTEM_BUS_ADDRESS names.
+    const Plinth::Features features;
+    // All sent at once; each is awaited below.
+    auto model = features.getCpuModel();
+    auto cores = features.getNumberCpuCores();
+    auto clock = features.getMaxCpuClockSpeed();
     // "av": every element is a variant holding a uint, in MHz.
-    const QDBusReply<QVariantList> perCore = features.call(QStringLiteral("getMaxCpuCoresClockSpeed"));
-    const QDBusReply<qulonglong> ram = features.call(QStringLiteral("getRamTotalSize"));
-    const QDBusReply<double> camera = features.call(QStringLiteral("getMainCameraResolution"));
-    const QDBusReply<QString> os = features.call(QStringLiteral("getOsVersion"));
-    if (!check(model, "getCpuModel") || !check(cores, "getNumberCpuCores") || !check(clock, "getMaxCpuClockSpeed")
-        || !check(perCore, "getMaxCpuCoresClockSpeed") || !check(ram, "getRamTotalSize")
-        || !check(camera, "getMainCameraResolution") || !check(os, "getOsVersion"))
+    auto perCore = features.getMaxCpuCoresClockSpeed();
+    auto ram = features.getRamTotalSize();
+    auto camera = features.getMainCameraResolution();
+    auto os = features.getOsVersion();
+    auto properties = features.getProperties();
+    if (!answered(model, "getCpuModel") || !answered(cores, "getNumberCpuCores")
+        || !answered(clock, "getMaxCpuClockSpeed") || !answered(perCore, "getMaxCpuCoresClockSpeed")
+        || !answered(ram, "getRamTotalSize") || !answered(camera, "getMainCameraResolution")
+        || !answered(os, "getOsVersion") || !answered(properties, "GetAll"))
         return 1;
 
     QStringList speeds;
@@ -74,29 +69,21 @@ int main(int argc, char **argv)
                                                    : QStringLiteral("not measured")) << '\n';
     out << "OS: " << os.value() << '\n';
 
-    // Properties are read through org.freedesktop.DBus.Properties; the
-    // interface object does that for property().
-    const QVariant emulated = features.property("isOsEmulated");
-    const QVariant osType = features.property("osType");
-    if (!emulated.isValid() || !osType.isValid()) {
-        QTextStream(stderr) << "properties: " << features.lastError().message() << '\n';
-        return 1;
-    }
-    out << "OS type: " << osType.toUInt() << ", emulated: " << (emulated.toBool() ? "yes" : "no") << '\n';
+    // The read-only properties, by name.
+    const QVariantMap identity = properties.value();
+    out << "OS type: " << identity.value(QStringLiteral("osType")).toUInt()
+        << ", emulated: " << (identity.value(QStringLiteral("isOsEmulated")).toBool() ? "yes" : "no") << '\n';
 
-    QDBusInterface sim(Service, QStringLiteral("/org/norvu/plinth/SIM"), QStringLiteral("org.norvu.plinth.SIM"),
-                       bus);
-    const QDBusReply<QList<QVariantMap>> cards = sim.call(QStringLiteral("getSimCardsInfo"));
-    if (!check(cards, "getSimCardsInfo"))
+    const Plinth::Sim sim;
+    auto cards = sim.getSimCardsInfo();
+    if (!answered(cards, "getSimCardsInfo"))
         return 1;
-    out << "SIM cards: " << cards.value().size() << '\n';
-    for (const QVariantMap &card : cards.value()) {
-        out << "  " << card.value(QStringLiteral("simName")).toString() << ": "
-            << (card.value(QStringLiteral("operatorName")).toString().isEmpty()
-                    ? QStringLiteral("no operator name")
-                    : card.value(QStringLiteral("operatorName")).toString())
-            << (card.value(QStringLiteral("preferredDataTransfer")).toBool() ? ", data" : "")
-            << (card.value(QStringLiteral("preferredVoiceCall")).toBool() ? ", voice" : "") << '\n';
+    const Plinth::SimCardList list = cards.value();
+    out << "SIM cards: " << list.size() << '\n';
+    for (const Plinth::SimCard &card : list) {
+        out << "  " << card.name() << ": "
+            << (card.operatorName().isEmpty() ? QStringLiteral("no operator name") : card.operatorName())
+            << (card.isPreferredForData() ? ", data" : "") << (card.isPreferredForVoice() ? ", voice" : "") << '\n';
     }
     return 0;
 }

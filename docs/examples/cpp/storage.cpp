@@ -1,63 +1,71 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Asynchronous storage questions with Qt. getInternalUserPartitionInfo and
-// getSystemStorageInfo are answered later, from a worker of the daemon, once
-// it has walked the files they count: on a full device that takes minutes,
-// far longer than the 25 seconds QtDBus waits by default. So they are sent
-// with a time-out of their own and their replies are awaited with
-// QDBusPendingCallWatcher, while the event loop (and the daemon) stay free:
-// a quick question asked in the meantime is answered at once.
+// Asynchronous storage questions with the client library.
+// getInternalUserPartitionInfo and getSystemStorageInfo are answered later,
+// from a worker of the daemon, once it has walked the files they count: on a
+// full device that takes minutes. Plinth::Storages sends them with a time-out
+// of five minutes (not QtDBus's 25 seconds), and their replies are awaited
+// with QDBusPendingCallWatcher, while the event loop (and the daemon) stay
+// free: a quick question asked in the meantime is answered at once.
 //
 //   plinth-example-storage
 
+#include <plinth/storages.h>
+
 #include <QCoreApplication>
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
 #include <QTextStream>
 
 namespace {
 
-const QString Service = QStringLiteral("org.norvu.plinth");
-const QString Path = QStringLiteral("/org/norvu/plinth/Storages");
-const QString Interface = QStringLiteral("org.norvu.plinth.Storages");
-// Five minutes, in milliseconds.
-const int StorageTimeout = 5 * 60 * 1000;
-
-// Sizes are bytes. Most are "t" (qulonglong); a few are "x" (qlonglong):
-// toULongLong() reads both.
-QString bytes(const QVariantMap &map, const QString &key)
+// Sizes are bytes.
+QString bytes(quint64 size)
 {
-    if (!map.contains(key))
-        return QStringLiteral("n/a");
-    return QString::number(map.value(key).toULongLong()) + QStringLiteral(" bytes");
+    return QString::number(size) + QStringLiteral(" bytes");
 }
 
-void printUserPartition(QTextStream &out, const QVariantMap &info)
+void printUserPartition(QTextStream &out, const Plinth::UserPartition &info)
 {
-    out << "User partition (" << info.value(QStringLiteral("deviceLabel")).toString() << ", "
-        << info.value(QStringLiteral("filesystemType")).toString() << "):\n";
-    out << "  total: " << bytes(info, QStringLiteral("bytesTotal")) << '\n';
-    out << "  used: " << bytes(info, QStringLiteral("bytesUsed")) << '\n';
-    out << "  available: " << bytes(info, QStringLiteral("bytesAvailable")) << '\n';
+    static const struct
+    {
+        const char *name;
+        Plinth::UserPartition::Folder folder;
+    } folders[] = {{"Pictures", Plinth::UserPartition::Pictures},
+                   {"Videos", Plinth::UserPartition::Videos},
+                   {"Music", Plinth::UserPartition::Music},
+                   {"Documents", Plinth::UserPartition::Documents},
+                   {"Downloads", Plinth::UserPartition::Downloads}};
+    const QString notKnown = QStringLiteral("n/a");
+    out << "User partition (" << info.deviceLabel() << ", " << info.filesystemType() << "):\n";
+    out << "  total: " << bytes(info.bytesTotal()) << '\n';
+    out << "  used: " << bytes(info.bytesUsed()) << '\n';
+    out << "  available: " << bytes(info.bytesAvailable()) << '\n';
     // The breakdown is missing when the daemon could not tell who the
     // current user is.
-    for (const char *folder : {"Pictures", "Videos", "Music", "Documents", "Downloads"})
-        out << "  " << folder << ": " << bytes(info, QStringLiteral("bytesUsed") + QLatin1String(folder)) << '\n';
-    out << "  other files: " << bytes(info, QStringLiteral("bytesUsedOther")) << '\n';
-    out << "  other users: " << bytes(info, QStringLiteral("bytesUsedOtherUsers")) << '\n';
+    for (const auto &folder : folders) {
+        out << "  " << folder.name << ": "
+            << (info.hasBreakdown() ? bytes(info.bytesUsedIn(folder.folder)) : notKnown) << '\n';
+    }
+    out << "  other files: " << (info.hasBreakdown() ? bytes(info.bytesUsedOther()) : notKnown) << '\n';
+    out << "  other users: " << (info.hasOtherUsers() ? bytes(info.bytesUsedOtherUsers()) : notKnown) << '\n';
 }
 
-void printSystemStorage(QTextStream &out, const QVariantMap &info)
+void printSystemStorage(QTextStream &out, const Plinth::SystemStorage &info)
 {
+    static const struct
+    {
+        const char *name;
+        Plinth::SystemStorage::Category category;
+    } categories[] = {{"Apps", Plinth::SystemStorage::Apps},
+                      {"DebugInfo", Plinth::SystemStorage::DebugInfo},
+                      {"SDK", Plinth::SystemStorage::SDK},
+                      {"CoreDumps", Plinth::SystemStorage::CoreDumps},
+                      {"SystemLogs", Plinth::SystemStorage::SystemLogs}};
     out << "System storage:\n";
-    out << "  total: " << bytes(info, QStringLiteral("bytesTotal")) << '\n';
-    out << "  used: " << bytes(info, QStringLiteral("bytesUsed")) << '\n';
-    for (const char *category : {"Apps", "DebugInfo", "SDK", "CoreDumps", "SystemLogs"})
-        out << "  " << category << ": " << bytes(info, QStringLiteral("bytesUsed") + QLatin1String(category))
-            << '\n';
+    out << "  total: " << bytes(info.bytesTotal()) << '\n';
+    out << "  used: " << bytes(info.bytesUsed()) << '\n';
+    for (const auto &category : categories)
+        out << "  " << category.name << ": " << bytes(info.bytesUsedBy(category.category)) << '\n';
 }
 
 } // namespace
@@ -65,25 +73,18 @@ void printSystemStorage(QTextStream &out, const QVariantMap &info)
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    qDBusRegisterMetaType<QList<QVariantMap>>();
-    QDBusConnection bus = QDBusConnection::systemBus();
-    if (!bus.isConnected()) {
-        QTextStream(stderr) << "no system bus: " << bus.lastError().message() << '\n';
-        return 1;
-    }
     QTextStream out(stdout);
+    const Plinth::Storages storages;
     int pending = 0;
     int status = 0;
 
     // One asynchronous call: the watcher's finished() comes with the reply,
     // or with an error such as NoReply once the time-out has passed.
-    auto ask = [&](const QString &method, void (*print)(QTextStream &, const QVariantMap &)) {
-        const QDBusMessage call = QDBusMessage::createMethodCall(Service, Path, Interface, method);
-        auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, StorageTimeout), &app);
+    auto ask = [&](auto reply, const char *method, auto print) {
+        auto *watcher = new QDBusPendingCallWatcher(reply, &app);
         ++pending;
         QObject::connect(watcher, &QDBusPendingCallWatcher::finished, &app,
-                         [&, method, print](QDBusPendingCallWatcher *finished) {
-                             const QDBusPendingReply<QVariantMap> reply = *finished;
+                         [&, reply, method, print](QDBusPendingCallWatcher *finished) {
                              if (reply.isError()) {
                                  QTextStream(stderr) << method << ": " << reply.error().message() << '\n';
                                  status = 1;
@@ -96,19 +97,18 @@ int main(int argc, char **argv)
                                  app.exit(status);
                          });
     };
-    ask(QStringLiteral("getInternalUserPartitionInfo"), printUserPartition);
-    ask(QStringLiteral("getSystemStorageInfo"), printSystemStorage);
+    ask(storages.getInternalUserPartitionInfo(), "getInternalUserPartitionInfo", printUserPartition);
+    ask(storages.getSystemStorageInfo(), "getSystemStorageInfo", printSystemStorage);
 
     // Meanwhile the daemon answers other questions at once. This one is
-    // answered in the call, so the default time-out is enough.
-    const QDBusMessage drives = bus.call(QDBusMessage::createMethodCall(Service, Path, Interface,
-                                                                        QStringLiteral("getExternalStorageDrivesInfo")));
-    if (drives.type() != QDBusMessage::ReplyMessage) {
-        QTextStream(stderr) << "getExternalStorageDrivesInfo: " << drives.errorMessage() << '\n';
+    // answered in the call, so waiting for it here is fine.
+    auto drives = storages.getExternalStorageDrivesInfo();
+    drives.waitForFinished();
+    if (drives.isError()) {
+        QTextStream(stderr) << "getExternalStorageDrivesInfo: " << drives.error().message() << '\n';
         return 1;
     }
-    const auto driveList = qdbus_cast<QList<QVariantMap>>(drives.arguments().value(0));
-    out << "External drives: " << driveList.size() << '\n';
+    out << "External drives: " << drives.value().size() << '\n';
     out.flush();
 
     return app.exec();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "plainvalue.h"
+#include <plinth/plainvalue.h>
 
 #include <QDBusArgument>
 #include <QDBusObjectPath>
@@ -10,7 +10,7 @@
 #include <QVariantList>
 #include <QVariantMap>
 
-namespace PlinthCtl {
+namespace Plinth {
 
 namespace {
 
@@ -103,4 +103,4 @@ QVariant plainValue(const QVariant &value)
     return value;
 }
 
-} // namespace PlinthCtl
+} // namespace Plinth
