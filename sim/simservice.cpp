@@ -4,8 +4,6 @@
 #include "siminfo.h"
 #include "simadaptor.h"
 
-#include <QDebug>
-
 static const QString ServiceName = QStringLiteral("org.norvu.plinth");
 static const QString ObjectPath = QStringLiteral("/org/norvu/plinth/SIM");
 
@@ -14,8 +12,6 @@ SimService::SimService(QObject *parent)
     , m_simInfo(new SimInfo(this))
 {
     setAdaptor(new SIMAdaptor(this));
-    if (!adaptor())
-        qCritical() << "SimAdaptor is not created";
     PlinthTypes::registerVariantMapList();
 
     connect(m_simInfo, &SimInfo::simCardsEnabledChanged, this, &SimService::simCardsEnabledChanged);
