@@ -14,10 +14,9 @@ SimService::SimService(QObject *parent)
     setAdaptor(new SIMAdaptor(this));
     PlinthTypes::registerVariantMapList();
 
-    connect(m_simInfo, &SimInfo::simCardsEnabledChanged, this, &SimService::simCardsEnabledChanged);
-    connect(m_simInfo, &SimInfo::preferredDataTransferSimChanged,
-            this, &SimService::preferredDataTransferSimChanged);
-    connect(m_simInfo, &SimInfo::preferredVoiceCallSimChanged, this, &SimService::preferredVoiceCallSimChanged);
+    relay(&SimInfo::simCardsEnabledChanged, &SimService::simCardsEnabledChanged);
+    relay(&SimInfo::preferredDataTransferSimChanged, &SimService::preferredDataTransferSimChanged);
+    relay(&SimInfo::preferredVoiceCallSimChanged, &SimService::preferredVoiceCallSimChanged);
 }
 
 SimService::~SimService()
@@ -28,5 +27,14 @@ SimService::~SimService()
 
 QVariantMapList SimService::getSimCardsInfo()
 {
-    return m_simInfo ? m_simInfo->getSimCardsInfo() : QVariantMapList();
+    return m_simInfo ? SimCard::toVariantMapList(m_simInfo->getSimCardsInfo()) : QVariantMapList();
+}
+
+// The cards become the bus's maps here, where they leave the daemon.
+void SimService::relay(void (SimInfo::*providerSignal)(const QList<SimCard> &),
+                       void (SimService::*busSignal)(QVariantMapList))
+{
+    connect(m_simInfo, providerSignal, this, [this, busSignal](const QList<SimCard> &cards) {
+        emit (this->*busSignal)(SimCard::toVariantMapList(cards));
+    });
 }
