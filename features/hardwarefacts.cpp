@@ -44,13 +44,13 @@ bool readFileLines(const QString &path, QStringList *lines)
 } // namespace
 
 HardwareFacts::HardwareFacts()
-    : m_lscpu(QStringLiteral("lscpu"), {})
+    // ARM kernels name the SoC in cpuinfo's Hardware line.
+    : m_cpuinfoHardware(ProbeProcess::shell(QStringLiteral("cat /proc/cpuinfo | grep Hardware")))
     // The shell expands the wildcard in name order, so cpu10 comes before
     // cpu2; the list keeps that order.
     , m_coresMaxFrequencies(ProbeProcess::shell(
           QStringLiteral("cat /sys/devices/system/cpu/cpu*/cpufreq/cpuinfo_max_freq")))
-    // ARM kernels name the SoC in cpuinfo's Hardware line.
-    , m_cpuinfoHardware(ProbeProcess::shell(QStringLiteral("cat /proc/cpuinfo | grep Hardware")))
+    , m_lscpu(QStringLiteral("lscpu"), {})
 {
 }
 

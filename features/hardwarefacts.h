@@ -37,9 +37,11 @@ private:
     void readMemInfo();
     void readScreenModes();
 
-    ProbeProcess m_lscpu;
-    ProbeProcess m_coresMaxFrequencies;
+    // Started in this order: the longest first (a shell pipeline of two
+    // programs), so that the last to finish is done as early as it can be.
     ProbeProcess m_cpuinfoHardware;
+    ProbeProcess m_coresMaxFrequencies;
+    ProbeProcess m_lscpu;
 
     QStringList m_lscpuLines;
     QStringList m_memInfoLines;
