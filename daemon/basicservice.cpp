@@ -7,13 +7,6 @@
 #include <QDBusError>
 #include <QDebug>
 
-BasicService::BasicService(QObject *parent)
-    : QObject(parent)
-{
-    // Only for the log line: a missing bus is worth saying early.
-    isSystemBusConnected();
-}
-
 BasicService::BasicService(const QString &serviceName, const QString &objectPath, QObject *parent)
     : QObject(parent)
 {

@@ -15,7 +15,6 @@ class BasicService : public QObject
     Q_OBJECT
 
 public:
-    explicit BasicService(QObject *parent = nullptr);
     BasicService(const QString &serviceName, const QString &objectPath, QObject *parent);
     ~BasicService() override;
 

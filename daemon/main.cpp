@@ -27,6 +27,20 @@ void termSignalHandler(int)
         qCWarning(lcPlinthd) << "Failed to handle term signal.";
 }
 
+// A service that cannot register means another daemon owns the name or there
+// is no bus: leave at once, without tearing down what exists (the bus drops
+// the name with the connection), so later services are never made.
+template<typename Service>
+Service *startService(QCoreApplication *app, const char *className)
+{
+    auto *service = new Service(app);
+    if (!service->isRegistered()) {
+        qCritical() << className << "registration failed (already running or DBus not found), exiting";
+        _exit(1);
+    }
+    return service;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -51,24 +65,9 @@ int main(int argc, char *argv[])
     if (sigaction(SIGTERM, &termAction, nullptr) != 0)
         qFatal("Failed setup SIGTERM signal handler");
 
-    // A service that cannot register means another daemon owns the name or there
-    // is no bus: leave at once, without tearing down what exists (the bus drops
-    // the name with the connection).
-    auto *featuresService = new FeaturesService(app);
-    if (!featuresService->isRegistered()) {
-        qCritical() << "FeaturesService registration failed (already running or DBus not found), exiting";
-        _exit(1);
-    }
-    auto *simService = new SimService(app);
-    if (!simService->isRegistered()) {
-        qCritical() << "SimService registration failed (already running or DBus not found), exiting";
-        _exit(1);
-    }
-    auto *storagesService = new StoragesService(app);
-    if (!storagesService->isRegistered()) {
-        qCritical() << "StoragesService registration failed (already running or DBus not found), exiting";
-        _exit(1);
-    }
+    auto *featuresService = startService<FeaturesService>(app, "FeaturesService");
+    auto *simService = startService<SimService>(app, "SimService");
+    auto *storagesService = startService<StoragesService>(app, "StoragesService");
 
     const int status = app->exec();
 

@@ -4,6 +4,12 @@
 
 #include <QMutex>
 
+#include <memory>
+
+#include <rpm/rpmdb.h>
+#include <rpm/rpmtd.h>
+#include <rpm/rpmts.h>
+
 // The one door to the RPM library, for the certification check at start-up
 // and the package sums of storage queries on pool threads.
 //
@@ -13,6 +19,18 @@
 // two threads may use it at once. A package sum takes some milliseconds, so
 // queries that wait for each other here wait little.
 namespace RpmLibrary {
+
+// Scoped owners of the library's handles: each is released with its own free
+// function on every way out, early returns included.
+template<typename Handle, Handle *(*Free)(Handle *)>
+struct Releaser
+{
+    void operator()(Handle *handle) const { Free(handle); }
+};
+
+using TransactionSet = std::unique_ptr<rpmts_s, Releaser<rpmts_s, rpmtsFree>>;
+using Iterator = std::unique_ptr<rpmdbMatchIterator_s, Releaser<rpmdbMatchIterator_s, rpmdbFreeIterator>>;
+using TagData = std::unique_ptr<rpmtd_s, Releaser<rpmtd_s, rpmtdFree>>;
 
 class Use
 {

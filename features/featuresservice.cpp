@@ -7,7 +7,6 @@
 #include "sysinfo.h"
 
 #include <QDateTime>
-#include <QDebug>
 #include <QLocale>
 #include <QTimeZone>
 
@@ -23,8 +22,6 @@ FeaturesService::FeaturesService(QObject *parent)
     localeInfo = new LocaleInfo();
     fontInfo = new FontInfo();
     setAdaptor(new FeaturesAdaptor(this));
-    if (!adaptor())
-        qCritical() << "FeaturesAdaptor is not created";
     connect(sysInfo, &SysInfo::cameraEnabledChanged, this, &FeaturesService::cameraEnabledChanged);
 }
 

@@ -2,25 +2,31 @@
 #ifndef PLINTHD_SYSINFO_H
 #define PLINTHD_SYSINFO_H
 
-#include <QCamera>
 #include <QObject>
 #include <QString>
-#include <QStringList>
 #include <QVariantList>
+
+#include <memory>
 
 class AboutSettings;
 class BatteryStatus;
+class CameraResolutions;
 class DeviceInfo;
-class QCameraInfo;
+class HardwareFacts;
 namespace Brisa {
 class AccessPolicy;
 }
 
-// Hardware and OS facts of the device. Everything that cannot change while the
-// system runs is probed once, synchronously, in the constructor (child
-// processes, kernel files, the package database, systemd) and answered from
-// memory; free memory, the battery, the radios and the identity strings are
-// read on every call.
+// Hardware and OS facts of the device, as FeaturesService asks for them. The
+// work is done by one class a job: HardwareFacts (lscpu, /proc, /sys),
+// OsIdentityProbe (the package database, systemd), CameraResolutions, and the
+// platform's settings objects (battery, radios, device model, version).
+//
+// Everything that cannot change while the system runs is probed once, in the
+// constructor, with the probes' child processes and their bus question all
+// under way at once; the constructor returns when every answer is in. Free
+// memory, the battery, the radios and the identity strings are read on every
+// call.
 class SysInfo : public QObject
 {
     Q_OBJECT
@@ -55,44 +61,22 @@ public:
 
 signals:
     void cameraEnabledChanged(bool enabled);
-    void cameraInitFinished();
 
 private slots:
-    void mainCameraStatusChanged(QCamera::Status status);
-    void frontalCameraStatusChanged(QCamera::Status status);
     void cameraAccessChanged();
 
 private:
-    // Cameras (sysinfocameras.cpp).
+    // The camera access policy (sysinfocameras.cpp).
     void watchPolicyManager();
-    void initCameras();
-    void replaceCamera(QCamera **camera, const QCameraInfo &info, QCamera::Position position,
-                       void (SysInfo::*statusSlot)(QCamera::Status));
-    void measureCamera(QCamera *camera, QCamera::Status status, double *resolution, const QString &fileKey);
+    void followCameraAccessPolicy();
 
-    void probeProcessor();
-    void probeCertification();
-    void probeVirtualization();
-    void readMemInfo();
-    void readScreenModes();
-
-    QStringList lscpuLines;
-    QStringList memInfoLines;
-    QStringList screenModeLines;
-    QVariantList maxCoresClockSpeed;
-    QString cpuModel;
+    std::unique_ptr<HardwareFacts> hardware;
     bool osCertified = false;
     bool osEmulated = false;
-    // Megapixels, 0.0 until the camera code has measured them.
-    double mainCameraResolution = 0.0;
-    double frontalCameraResolution = 0.0;
     BatteryStatus *batteryStatus = nullptr;
     AboutSettings *aboutSettings = nullptr;
     DeviceInfo *deviceFacts = nullptr;
-    // The cameras being measured, made anew on every measuring round; empty
-    // when the device has no camera on that side.
-    QCamera *mainCamera = nullptr;
-    QCamera *frontalCamera = nullptr;
+    CameraResolutions *cameras = nullptr;
     // Created first in the constructor, without a parent; deleted first.
     Brisa::AccessPolicy *accessPolicy = nullptr;
     // The policy manager was not on the bus at start-up: each time it appears,

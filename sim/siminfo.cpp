@@ -22,12 +22,12 @@ SimInfo::SimInfo(QObject *parent)
     , m_voiceSimUsageMode(usageModeFromValue(m_voiceSimUsageModeItem.value()))
 {
     connect(m_modemManager.data(), &QOfonoExtModemManager::defaultVoiceSimChanged,
-            this, &SimInfo::defaultVoiceSimChanged);
+            this, &SimInfo::applyDefaultVoiceSim);
     connect(m_modemManager.data(), &QOfonoExtModemManager::defaultDataSimChanged,
-            this, &SimInfo::defaultDataSimChanged);
-    connect(m_simWatcher, &QOfonoSimWatcher::presentSimListChanged, this, &SimInfo::presentSimListChanged);
-    connect(&m_voiceSimUsageModeItem, &MGConfItem::valueChanged, this, &SimInfo::voiceSimUsageModeChanged);
-    connect(m_modemManager.data(), &QOfonoExtModemManager::readyChanged, this, &SimInfo::readyChanged);
+            this, &SimInfo::applyDefaultDataSim);
+    connect(m_simWatcher, &QOfonoSimWatcher::presentSimListChanged, this, &SimInfo::takePresentSims);
+    connect(&m_voiceSimUsageModeItem, &MGConfItem::valueChanged, this, &SimInfo::applyVoiceSimUsageMode);
+    connect(m_modemManager.data(), &QOfonoExtModemManager::readyChanged, this, &SimInfo::countModems);
 }
 
 SimInfo::~SimInfo()
@@ -35,7 +35,7 @@ SimInfo::~SimInfo()
     delete m_simWatcher;
 }
 
-QVariantMapList SimInfo::getSimCardsInfo() const
+QList<SimCard> SimInfo::getSimCardsInfo() const
 {
     return m_simCards;
 }
@@ -63,78 +63,68 @@ bool SimInfo::isPreferredVoiceSim(const QString &subscriberIdentity, const QStri
     return multipleModems && presentSimCount > 1 ? subscriberIdentity == defaultVoiceSim : true;
 }
 
-QVariantMap SimInfo::simCard(bool enabled, const QString &operatorName, bool preferredDataTransfer,
-                             bool preferredVoiceCall, const QString &simName)
-{
-    QVariantMap card;
-    card.insert(QStringLiteral("enabled"), enabled);
-    card.insert(QStringLiteral("operatorName"), operatorName);
-    card.insert(QStringLiteral("preferredDataTransfer"), preferredDataTransfer);
-    card.insert(QStringLiteral("preferredVoiceCall"), preferredVoiceCall);
-    card.insert(QStringLiteral("simName"), simName);
-    return card;
-}
-
 int SimInfo::usageModeFromValue(const QVariant &value)
 {
     return value.canConvert<int>() ? value.toInt() : DefaultVoiceSimOnEveryNotice;
 }
 
-void SimInfo::defaultVoiceSimChanged(QString value)
+void SimInfo::applyDefaultVoiceSim(const QString &subscriberIdentity)
 {
     readVoiceSimUsageMode();
     // Only one mode ignores a repeated identity; the others announce it again.
-    if (value == m_defaultVoiceSim && m_voiceSimUsageMode == DefaultVoiceSimOnChange)
+    if (subscriberIdentity == m_defaultVoiceSim && m_voiceSimUsageMode == DefaultVoiceSimOnChange)
         return;
-    m_defaultVoiceSim = usageModeKeepsDefaultVoiceSim() ? value : QString();
+    m_defaultVoiceSim = usageModeKeepsDefaultVoiceSim() ? subscriberIdentity : QString();
     rebuild();
     emit preferredVoiceCallSimChanged(m_simCards);
 }
 
-void SimInfo::defaultDataSimChanged(QString value)
+void SimInfo::applyDefaultDataSim(const QString &subscriberIdentity)
 {
-    if (value == m_defaultDataSim)
+    if (subscriberIdentity == m_defaultDataSim)
         return;
-    m_defaultDataSim = value;
+    m_defaultDataSim = subscriberIdentity;
     rebuild();
     emit preferredDataTransferSimChanged(m_simCards);
 }
 
-void SimInfo::presentSimListChanged()
+void SimInfo::takePresentSims()
 {
     readVoiceSimUsageMode();
     m_presentSims.clear();
     const QList<QOfonoSimManager::SharedPointer> present = m_simWatcher->presentSimList();
     for (const QOfonoSimManager::SharedPointer &sim : present) {
         m_presentSims.append(sim);
-        // Made again on every list change, so a card that stays present
-        // collects one more connection each time; update() drops them all at
-        // the first operator name change.
-        connect(sim.data(), &QOfonoSimManager::serviceProviderNameChanged, this, &SimInfo::update);
+        // The first operator name a card reports after a list change is
+        // announced; later ones wait for the next list change. A card that
+        // stays present keeps its one connection.
+        connect(sim.data(), &QOfonoSimManager::serviceProviderNameChanged, this, &SimInfo::announceOperatorName,
+                Qt::UniqueConnection);
     }
     rebuild();
     emit simCardsEnabledChanged(m_simCards);
 }
 
-void SimInfo::update(QString spn)
+// The new name itself is read with the rest of the card.
+void SimInfo::announceOperatorName()
 {
-    Q_UNUSED(spn)
-    // One-shot until the next list change.
     if (auto *sim = qobject_cast<QOfonoSimManager *>(sender()))
-        disconnect(sim, &QOfonoSimManager::serviceProviderNameChanged, this, &SimInfo::update);
+        disconnect(sim, &QOfonoSimManager::serviceProviderNameChanged, this, &SimInfo::announceOperatorName);
     rebuild();
     emit simCardsEnabledChanged(m_simCards);
 }
 
-void SimInfo::voiceSimUsageModeChanged()
+void SimInfo::applyVoiceSimUsageMode()
 {
     readVoiceSimUsageMode();
-    defaultVoiceSimChanged(usageModeKeepsDefaultVoiceSim() ? m_modemManager->defaultVoiceSim() : QString());
+    applyDefaultVoiceSim(usageModeKeepsDefaultVoiceSim() ? m_modemManager->defaultVoiceSim() : QString());
 }
 
-void SimInfo::readyChanged(bool value)
+// Counted when readiness changes only: the list and its maps are left as they
+// are until the next notice rebuilds them.
+void SimInfo::countModems(bool ready)
 {
-    m_multipleModems = value && m_modemManager->availableModems().count() > 1;
+    m_multipleModems = ready && m_modemManager->availableModems().count() > 1;
 }
 
 void SimInfo::readVoiceSimUsageMode()
@@ -147,13 +137,17 @@ bool SimInfo::usageModeKeepsDefaultVoiceSim() const
     return m_voiceSimUsageMode == DefaultVoiceSimOnChange || m_voiceSimUsageMode == DefaultVoiceSimOnEveryNotice;
 }
 
-QVariantMap SimInfo::simCard(const QOfonoSimManager &sim) const
+SimCard SimInfo::simCard(const QOfonoSimManager &sim) const
 {
     const QString identity = sim.subscriberIdentity();
-    return simCard(sim.present(), sim.serviceProviderName(),
-                   isPreferredDataSim(identity, m_defaultDataSim, m_multipleModems),
-                   isPreferredVoiceSim(identity, m_defaultVoiceSim, m_multipleModems, m_presentSims.count()),
-                   simName(sim.modemPath()));
+    SimCard card;
+    card.enabled = sim.present();
+    card.operatorName = sim.serviceProviderName();
+    card.preferredDataTransfer = isPreferredDataSim(identity, m_defaultDataSim, m_multipleModems);
+    card.preferredVoiceCall = isPreferredVoiceSim(identity, m_defaultVoiceSim, m_multipleModems,
+                                                  m_presentSims.count());
+    card.simName = simName(sim.modemPath());
+    return card;
 }
 
 void SimInfo::rebuild()

@@ -2,7 +2,7 @@
 #ifndef PLINTHD_SIMINFO_H
 #define PLINTHD_SIMINFO_H
 
-#include "dbustypes.h"
+#include "simcard.h"
 
 #include <mgconfitem.h>
 
@@ -10,7 +10,6 @@
 #include <QObject>
 #include <QSharedPointer>
 #include <QString>
-#include <QVariantMap>
 
 class QOfonoExtModemManager;
 class QOfonoSimManager;
@@ -31,17 +30,15 @@ public:
     explicit SimInfo(QObject *parent = nullptr);
     ~SimInfo() override;
 
-    QVariantMapList getSimCardsInfo() const;
+    QList<SimCard> getSimCardsInfo() const;
 
-    // The rules of one card's map, kept apart so that they can be checked on
-    // their own.
+    // The rules of one card's values, kept apart so that they can be checked
+    // on their own.
     static QString simName(const QString &modemPath);
     static bool isPreferredDataSim(const QString &subscriberIdentity, const QString &defaultDataSim,
                                    bool multipleModems);
     static bool isPreferredVoiceSim(const QString &subscriberIdentity, const QString &defaultVoiceSim,
                                     bool multipleModems, int presentSimCount);
-    static QVariantMap simCard(bool enabled, const QString &operatorName, bool preferredDataTransfer,
-                               bool preferredVoiceCall, const QString &simName);
     // The values of the voice-SIM usage setting that keep the modem manager's
     // default voice SIM; any other value means no SIM is preferred for voice.
     enum VoiceSimUsageMode {
@@ -57,23 +54,24 @@ public:
     static int usageModeFromValue(const QVariant &value);
 
 signals:
-    void simCardsEnabledChanged(QList<QVariantMap> updatedSimCards);
-    void preferredDataTransferSimChanged(QList<QVariantMap> updatedSimCards);
-    void preferredVoiceCallSimChanged(QList<QVariantMap> updatedSimCards);
+    // Each carries the whole rebuilt list.
+    void simCardsEnabledChanged(const QList<SimCard> &updatedSimCards);
+    void preferredDataTransferSimChanged(const QList<SimCard> &updatedSimCards);
+    void preferredVoiceCallSimChanged(const QList<SimCard> &updatedSimCards);
 
 private slots:
-    void defaultVoiceSimChanged(QString value);
-    void defaultDataSimChanged(QString value);
-    void presentSimListChanged();
-    void update(QString spn);
-    void voiceSimUsageModeChanged();
-    void readyChanged(bool value);
+    void applyDefaultVoiceSim(const QString &subscriberIdentity);
+    void applyDefaultDataSim(const QString &subscriberIdentity);
+    void takePresentSims();
+    void announceOperatorName();
+    void applyVoiceSimUsageMode();
+    void countModems(bool ready);
 
 private:
     void readVoiceSimUsageMode();
     // True in the two modes that follow the modem manager's default voice SIM.
     bool usageModeKeepsDefaultVoiceSim() const;
-    QVariantMap simCard(const QOfonoSimManager &sim) const;
+    SimCard simCard(const QOfonoSimManager &sim) const;
     void rebuild();
 
     QString m_defaultVoiceSim;
@@ -81,7 +79,7 @@ private:
     QSharedPointer<QOfonoExtModemManager> m_modemManager;
     QOfonoSimWatcher *m_simWatcher;
     QList<QSharedPointer<QOfonoSimManager>> m_presentSims;
-    QVariantMapList m_simCards;
+    QList<SimCard> m_simCards;
     MGConfItem m_voiceSimUsageModeItem;
     int m_voiceSimUsageMode;
     bool m_multipleModems = false;

@@ -4,8 +4,6 @@
 #include "siminfo.h"
 #include "simadaptor.h"
 
-#include <QDebug>
-
 static const QString ServiceName = QStringLiteral("org.norvu.plinth");
 static const QString ObjectPath = QStringLiteral("/org/norvu/plinth/SIM");
 
@@ -14,14 +12,11 @@ SimService::SimService(QObject *parent)
     , m_simInfo(new SimInfo(this))
 {
     setAdaptor(new SIMAdaptor(this));
-    if (!adaptor())
-        qCritical() << "SimAdaptor is not created";
     PlinthTypes::registerVariantMapList();
 
-    connect(m_simInfo, &SimInfo::simCardsEnabledChanged, this, &SimService::simCardsEnabledChanged);
-    connect(m_simInfo, &SimInfo::preferredDataTransferSimChanged,
-            this, &SimService::preferredDataTransferSimChanged);
-    connect(m_simInfo, &SimInfo::preferredVoiceCallSimChanged, this, &SimService::preferredVoiceCallSimChanged);
+    relay(&SimInfo::simCardsEnabledChanged, &SimService::simCardsEnabledChanged);
+    relay(&SimInfo::preferredDataTransferSimChanged, &SimService::preferredDataTransferSimChanged);
+    relay(&SimInfo::preferredVoiceCallSimChanged, &SimService::preferredVoiceCallSimChanged);
 }
 
 SimService::~SimService()
@@ -32,5 +27,14 @@ SimService::~SimService()
 
 QVariantMapList SimService::getSimCardsInfo()
 {
-    return m_simInfo ? m_simInfo->getSimCardsInfo() : QVariantMapList();
+    return m_simInfo ? SimCard::toVariantMapList(m_simInfo->getSimCardsInfo()) : QVariantMapList();
+}
+
+// The cards become the bus's maps here, where they leave the daemon.
+void SimService::relay(void (SimInfo::*providerSignal)(const QList<SimCard> &),
+                       void (SimService::*busSignal)(QVariantMapList))
+{
+    connect(m_simInfo, providerSignal, this, [this, busSignal](const QList<SimCard> &cards) {
+        emit (this->*busSignal)(SimCard::toVariantMapList(cards));
+    });
 }

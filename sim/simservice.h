@@ -6,6 +6,7 @@
 #include "dbustypes.h"
 
 class SimInfo;
+struct SimCard;
 
 // "/org/norvu/plinth/SIM": the SIM cards the telephony stack reports, and which
 // of them is preferred for data and for voice. Every change signal carries the
@@ -28,6 +29,9 @@ public slots:
     QVariantMapList getSimCardsInfo();
 
 private:
+    void relay(void (SimInfo::*providerSignal)(const QList<SimCard> &),
+               void (SimService::*busSignal)(QVariantMapList));
+
     SimInfo *m_simInfo;
 };
 

@@ -3,27 +3,12 @@
 
 #include "rpmlibrary.h"
 
-#include <memory>
-
 #include <rpm/header.h>
-#include <rpm/rpmdb.h>
 #include <rpm/rpmlib.h>
-#include <rpm/rpmtd.h>
-#include <rpm/rpmts.h>
 
-namespace {
-
-template<typename Handle, Handle *(*Free)(Handle *)>
-struct Releaser
-{
-    void operator()(Handle *handle) const { Free(handle); }
-};
-
-using TransactionSet = std::unique_ptr<rpmts_s, Releaser<rpmts_s, rpmtsFree>>;
-using Iterator = std::unique_ptr<rpmdbMatchIterator_s, Releaser<rpmdbMatchIterator_s, rpmdbFreeIterator>>;
-using TagData = std::unique_ptr<rpmtd_s, Releaser<rpmtd_s, rpmtdFree>>;
-
-} // namespace
+using RpmLibrary::Iterator;
+using RpmLibrary::TagData;
+using RpmLibrary::TransactionSet;
 
 quint64 PackageSizes::sum(const QString &namePattern)
 {

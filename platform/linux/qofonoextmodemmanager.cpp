@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "qofonoextmodemmanager.h"
 
-#include "platformlogging.h"
-#include "mgconfitem.h"
+#include "defaultvoicesimsetting.h"
 #include "ofonomodem.h"
+#include "platformlogging.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -19,7 +19,6 @@ namespace {
 const QString OfonoService = QStringLiteral("org.ofono");
 const QString ManagerPath = QStringLiteral("/");
 const QString ManagerInterface = QStringLiteral("org.ofono.Manager");
-const QString DefaultVoiceSimKey = QStringLiteral("/veska/ofono/default_voice_sim");
 const int FirstRetryDelay = 100; // ms
 const int MaxRetryDelay = 5000; // ms
 
@@ -63,7 +62,7 @@ QOfonoExtModemManager::QOfonoExtModemManager(QObject *parent)
     : QObject(parent)
     , m_serviceWatcher(new QDBusServiceWatcher(OfonoService, QDBusConnection::systemBus(),
                                                QDBusServiceWatcher::WatchForOwnerChange, this))
-    , m_voiceSimItem(new MGConfItem(DefaultVoiceSimKey, this))
+    , m_voiceSimSetting(new DefaultVoiceSimSetting(this))
     , m_retryTimer(new QTimer(this))
     , m_retryDelay(FirstRetryDelay)
 {
@@ -79,7 +78,8 @@ QOfonoExtModemManager::QOfonoExtModemManager(QObject *parent)
         if (!newOwner.isEmpty())
             queryModems();
     });
-    connect(m_voiceSimItem, &MGConfItem::valueChanged, this, &QOfonoExtModemManager::updateDefaultVoiceSim);
+    connect(m_voiceSimSetting, &DefaultVoiceSimSetting::changed,
+            this, &QOfonoExtModemManager::updateDefaultVoiceSim);
 
     QDBusConnection bus = QDBusConnection::systemBus();
     bus.connect(OfonoService, ManagerPath, ManagerInterface, QStringLiteral("ModemAdded"), this,
@@ -239,7 +239,7 @@ void QOfonoExtModemManager::updateDefaultDataSim()
 
 void QOfonoExtModemManager::updateDefaultVoiceSim()
 {
-    const QString sim = m_ready ? m_voiceSimItem->value().toString() : QString();
+    const QString sim = m_ready ? m_voiceSimSetting->subscriberIdentity() : QString();
     if (sim == m_defaultVoiceSim)
         return;
     m_defaultVoiceSim = sim;

@@ -9,7 +9,7 @@
 #include <QStringList>
 #include <QVariantMap>
 
-class MGConfItem;
+class DefaultVoiceSimSetting;
 class OfonoModem;
 class QDBusObjectPath;
 class QDBusPendingCallWatcher;
@@ -33,8 +33,8 @@ class QTimer;
 //   PropertyChanged, so a data SIM switch is announced. It is worked out only
 //   when the properties of every listed modem have been read, so a half-read
 //   list never announces a passing value.
-// - defaultVoiceSim(): the subscriber identity held in the configuration key
-//   "/veska/ofono/default_voice_sim" (see MGConfItem); empty when unset.
+// - defaultVoiceSim(): the subscriber identity of the voice SIM setting
+//   (DefaultVoiceSimSetting); empty when unset.
 //
 // Both default SIMs belong to the telephony state: they are empty while not
 // ready. The order of announcements is fixed: readyChanged(true) comes first,
@@ -88,7 +88,7 @@ private:
     void updateDefaultVoiceSim();
 
     QDBusServiceWatcher *m_serviceWatcher;
-    MGConfItem *m_voiceSimItem;
+    DefaultVoiceSimSetting *m_voiceSimSetting;
     QTimer *m_retryTimer;
     int m_retryDelay;
     QDBusPendingCallWatcher *m_modemsQuery = nullptr;

@@ -3,7 +3,7 @@
 
 #include <QTest>
 
-// The rules that make one card's map, on their own.
+// The rules that make one card, and its map on the bus, on their own.
 class TestSimInfo : public QObject
 {
     Q_OBJECT
@@ -82,8 +82,8 @@ private slots:
 
     void cardMap()
     {
-        const QVariantMap card = SimInfo::simCard(true, QStringLiteral("Fake Tel"), false, true,
-                                                  QStringLiteral("SIM2"));
+        const QVariantMap card = SimCard{true, QStringLiteral("Fake Tel"), false, true,
+                                         QStringLiteral("SIM2")}.toVariantMap();
         QCOMPARE(card.keys(), QStringList({QStringLiteral("enabled"), QStringLiteral("operatorName"),
                                            QStringLiteral("preferredDataTransfer"),
                                            QStringLiteral("preferredVoiceCall"), QStringLiteral("simName")}));
@@ -99,9 +99,14 @@ private slots:
             QCOMPARE(card.value(key).userType(), int(QMetaType::QString));
 
         // Empty texts are kept, not dropped.
-        const QVariantMap bare = SimInfo::simCard(false, QString(), true, true, QString());
+        const QVariantMap bare = SimCard{false, QString(), true, true, QString()}.toVariantMap();
         QCOMPARE(bare.size(), 5);
         QCOMPARE(bare.value(QStringLiteral("simName")).userType(), int(QMetaType::QString));
+
+        const QVariantMapList list = SimCard::toVariantMapList({SimCard{}, SimCard{true, {}, true, true, {}}});
+        QCOMPARE(list.size(), 2);
+        QCOMPARE(list.at(0).value(QStringLiteral("enabled")), QVariant(false));
+        QCOMPARE(list.at(1).value(QStringLiteral("enabled")), QVariant(true));
     }
 
     void usageMode_data()
