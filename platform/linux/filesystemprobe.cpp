@@ -20,11 +20,14 @@ struct Stall
     QByteArray gate;
 };
 
-// Read once: the environment is not to be read while other threads may change it.
+// Read once: the environment is not to be read while other threads may change
+// it. Never destroyed: a scan that waits at the gate is not joined when the
+// process exits, and must not find these freed under it.
 const Stall &configuredStall()
 {
-    static const Stall stall{qgetenv("PLINTHD_TEST_STALL_MOUNT"), qgetenv("PLINTHD_TEST_STALL_GATE")};
-    return stall;
+    static const Stall *const stall = new Stall{qgetenv("PLINTHD_TEST_STALL_MOUNT"),
+                                                qgetenv("PLINTHD_TEST_STALL_GATE")};
+    return *stall;
 }
 
 // Opening a FIFO for reading waits for a writer; reading it ends when the
