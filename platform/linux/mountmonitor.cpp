@@ -4,12 +4,9 @@
 #include "platformlogging.h"
 #include "sourcelock.h"
 
-#include <QSocketNotifier>
-
 #include <libmount/libmount.h>
 
-MountMonitor::MountMonitor(QObject *parent)
-    : QObject(parent)
+MountMonitor::MountMonitor()
 {
     QMutexLocker locker(&partitionSourceLock());
     m_monitor = mnt_new_monitor();
@@ -18,34 +15,31 @@ MountMonitor::MountMonitor(QObject *parent)
         qCWarning(lcPartitions) << "Can't watch the mount table; mounts will not be noticed";
         return;
     }
-    m_notifier = new QSocketNotifier(fd, QSocketNotifier::Read, this);
-    connect(m_notifier, &QSocketNotifier::activated, this, &MountMonitor::drain);
+    m_descriptor = fd;
 }
 
 MountMonitor::~MountMonitor()
 {
-    delete m_notifier;
     QMutexLocker locker(&partitionSourceLock());
     if (m_monitor)
         mnt_unref_monitor(m_monitor);
 }
 
-bool MountMonitor::isActive() const
+int MountMonitor::descriptor() const
 {
-    return m_notifier;
+    return m_descriptor;
 }
 
-void MountMonitor::drain()
+bool MountMonitor::drain()
 {
+    if (m_descriptor < 0)
+        return false;
     // Taking the changes off the monitor re-arms it; one rescan covers them all.
     const char *filename = nullptr;
     int type = 0;
     int changes = 0;
-    {
-        QMutexLocker locker(&partitionSourceLock());
-        while (mnt_monitor_next_change(m_monitor, &filename, &type) == 0)
-            ++changes;
-    }
-    if (changes > 0)
-        emit changed();
+    QMutexLocker locker(&partitionSourceLock());
+    while (mnt_monitor_next_change(m_monitor, &filename, &type) == 0)
+        ++changes;
+    return changes > 0;
 }

@@ -2,32 +2,29 @@
 #ifndef PLINTHD_MOUNTMONITOR_H
 #define PLINTHD_MOUNTMONITOR_H
 
-#include <QObject>
-
 struct libmnt_monitor;
-class QSocketNotifier;
 
 // Tells when the kernel's mount table of this process changes. libmount waits
 // on /proc/self/mountinfo, which the kernel marks when a mount or unmount
-// happens in our mount namespace: no timer, no polling.
-class MountMonitor : public QObject
+// happens in our mount namespace: no timer, no polling. As with UdevMonitor,
+// the owner watches descriptor() for reading and calls drain(), on any
+// thread, one thread at a time.
+class MountMonitor
 {
-    Q_OBJECT
-
 public:
-    explicit MountMonitor(QObject *parent = nullptr);
-    ~MountMonitor() override;
+    MountMonitor();
+    ~MountMonitor();
+    MountMonitor(const MountMonitor &) = delete;
+    MountMonitor &operator=(const MountMonitor &) = delete;
 
-    bool isActive() const;
-
-signals:
-    void changed();
+    // The descriptor to watch for reading; -1 when mounts cannot be watched.
+    int descriptor() const;
+    // Takes every reported change off the monitor; true when anything came.
+    bool drain();
 
 private:
-    void drain();
-
     libmnt_monitor *m_monitor = nullptr;
-    QSocketNotifier *m_notifier = nullptr;
+    int m_descriptor = -1;
 };
 
 #endif // PLINTHD_MOUNTMONITOR_H

@@ -10,15 +10,108 @@
 
 #include <QHash>
 #include <QSet>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <pthread.h>
+
+#include <system_error>
+#include <thread>
 
 namespace {
+
+// When no thread can be started for a scan (the process is at its limit),
+// the scan is tried again after this long; the monitors wait meanwhile.
+constexpr int ScanRetryMilliseconds = 1000;
+
+// How the scan thread shows in ps and top (at most 15 characters).
+const char *const ScanThreadName = "partitionscan";
 
 bool inMountTable(const Partition &partition)
 {
     return partition.status() != Partition::Unmounted;
 }
 
+struct ScanResult
+{
+    // False when the monitors had nothing after all: no scan was made.
+    bool changed = false;
+    QVector<Partition> partitions;
+    quint64 generation = 0;
+};
+
 } // namespace
+
+// What a scan reads: the mount table's path and the two monitors, which the
+// scan drains before it reads the rest.
+class PartitionManager::ScanSources
+{
+public:
+    explicit ScanSources(const QString &mountTablePath)
+        : mountTablePath(mountTablePath)
+    {
+        // A fixture file is not watched (see the constructor's comment).
+        if (mountTablePath == MountTable::kernelTablePath())
+            mounts = std::make_unique<MountMonitor>();
+    }
+
+    // Whether either monitor had anything to tell.
+    bool drain()
+    {
+        const bool udevChanged = udev.drain();
+        const bool mountsChanged = mounts && mounts->drain();
+        return udevChanged || mountsChanged;
+    }
+
+    const QString mountTablePath;
+    UdevMonitor udev;
+    std::unique_ptr<MountMonitor> mounts;
+};
+
+// Where a scan thread leaves its result for the manager's thread, and tells
+// it so with a queued call. The result changes hands under the lock, which
+// is held only to put it in or take it out (one scan runs at a time, so one
+// place is enough). The manager closes the mailbox before it goes: a result
+// left after that is dropped, and a call queued before goes with the
+// manager's pending events.
+class PartitionManager::ScanMailbox
+{
+public:
+    explicit ScanMailbox(PartitionManager *manager)
+        : m_manager(manager)
+    {
+    }
+
+    void post(const ScanResult &result)
+    {
+        QMutexLocker locker(&m_lock);
+        PartitionManager *manager = m_manager;
+        if (!manager)
+            return;
+        m_result = result;
+        QMetaObject::invokeMethod(manager, [manager] { manager->finishScan(); }, Qt::QueuedConnection);
+    }
+
+    ScanResult take()
+    {
+        QMutexLocker locker(&m_lock);
+        ScanResult result = m_result;
+        m_result = ScanResult();
+        return result;
+    }
+
+    void close()
+    {
+        QMutexLocker locker(&m_lock);
+        m_manager = nullptr;
+        m_result = ScanResult();
+    }
+
+private:
+    QMutex m_lock;
+    PartitionManager *m_manager;
+    ScanResult m_result;
+};
 
 PartitionManager::PartitionManager(QObject *parent)
     : PartitionManager(MountTable::kernelTablePath(), parent)
@@ -27,21 +120,25 @@ PartitionManager::PartitionManager(QObject *parent)
 
 PartitionManager::PartitionManager(const QString &mountTablePath, QObject *parent)
     : QObject(parent)
-    , m_mountTablePath(mountTablePath)
+    , m_sources(std::make_shared<ScanSources>(mountTablePath))
+    , m_mailbox(std::make_shared<ScanMailbox>(this))
 {
     qRegisterMetaType<Partition>("Partition");
-    m_udevMonitor = new UdevMonitor(this);
-    connect(m_udevMonitor, &UdevMonitor::changed, this, &PartitionManager::rescan);
-    if (m_mountTablePath == MountTable::kernelTablePath()) {
-        m_mountMonitor = new MountMonitor(this);
-        connect(m_mountMonitor, &MountMonitor::changed, this, &PartitionManager::rescan);
-    }
+    watch(m_sources->udev.descriptor());
+    if (m_sources->mounts)
+        watch(m_sources->mounts->descriptor());
     // What exists at start is the starting point, not news.
     refresh();
     m_announced = partitions();
 }
 
-PartitionManager::~PartitionManager() = default;
+PartitionManager::~PartitionManager()
+{
+    m_mailbox->close();
+    // A notifier must not outlive its descriptor, which goes with the
+    // sources when no scan holds them any more.
+    qDeleteAll(m_notifiers);
+}
 
 QVector<Partition> PartitionManager::partitions(Partition::StorageTypes types) const
 {
@@ -63,12 +160,64 @@ QVector<Partition> PartitionManager::partitions(Partition::StorageTypes types) c
 void PartitionManager::refresh()
 {
     const quint64 generation = ++m_nextGeneration;
-    store(PartitionScanner::scan(m_mountTablePath), generation);
+    store(PartitionScanner::scan(m_sources->mountTablePath), generation);
 }
 
-void PartitionManager::rescan()
+void PartitionManager::watch(int descriptor)
 {
-    refresh();
+    if (descriptor < 0)
+        return;
+    auto *notifier = new QSocketNotifier(descriptor, QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, [this, notifier] { noticeChange(notifier); });
+    m_notifiers.append(notifier);
+}
+
+// The descriptor stays readable until the scan has drained its monitor, so
+// its notifier is switched off meanwhile. Events of either monitor that come
+// while a scan runs are drained by the next one, which starts once this one
+// is back and the notifiers are on again.
+void PartitionManager::noticeChange(QSocketNotifier *notifier)
+{
+    notifier->setEnabled(false);
+    if (m_scanning)
+        return;
+    m_scanning = true;
+    startScan();
+}
+
+// Not on the query pool, where a scan would wait behind directory walks, and
+// detached: a scan stuck on a medium holds up neither this thread nor the
+// manager's deletion. It holds what it uses and leaves the manager alone.
+void PartitionManager::startScan()
+{
+    const quint64 generation = ++m_nextGeneration;
+    const std::shared_ptr<ScanSources> sources = m_sources;
+    const std::shared_ptr<ScanMailbox> mailbox = m_mailbox;
+    try {
+        std::thread([sources, mailbox, generation] {
+            pthread_setname_np(pthread_self(), ScanThreadName);
+            ScanResult result;
+            result.generation = generation;
+            result.changed = sources->drain();
+            if (result.changed)
+                result.partitions = PartitionScanner::scan(sources->mountTablePath);
+            mailbox->post(result);
+        }).detach();
+    } catch (const std::system_error &error) {
+        qCWarning(lcPartitions) << "Can't start a thread to scan the partitions:" << error.what();
+        QTimer::singleShot(ScanRetryMilliseconds, this, &PartitionManager::startScan);
+    }
+}
+
+void PartitionManager::finishScan()
+{
+    const ScanResult result = m_mailbox->take();
+    m_scanning = false;
+    for (QSocketNotifier *notifier : qAsConst(m_notifiers))
+        notifier->setEnabled(true);
+    if (!result.changed)
+        return;
+    store(result.partitions, result.generation);
     announce(partitions());
 }
 

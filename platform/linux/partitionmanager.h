@@ -9,8 +9,9 @@
 #include <QObject>
 #include <QVector>
 
-class MountMonitor;
-class UdevMonitor;
+#include <memory>
+
+class QSocketNotifier;
 
 // Watches the device's partitions: block devices as udev describes them, the
 // mount table as libmount reads it (/proc/self/mountinfo), sizes from
@@ -46,7 +47,28 @@ class UdevMonitor;
 //   partitionRemoved  a partition disappeared (its last state is passed)
 // Changes of free space are not notified.
 //
-// partitions() and refresh() may be called from any thread.
+// Threads. A scan (udev's enumeration, the mount table, statvfs() of every
+// mount) can take as long as the slowest medium: a card that stopped
+// answering, a network file system whose server went. So after an event the
+// manager's thread only notices it; the scan, the draining of the monitors
+// included, runs on a thread of its own, and its result is queued back to the
+// manager's thread, which stores it and sends the notifications. The
+// manager's thread never takes the lock of libudev and libmount
+// (partitionSourceLock()) while scans run, so it never waits for one. Events
+// that arrive while a scan runs are not lost and do not pile up: they make one
+// more scan after it, however many they were. Scans started earlier never
+// replace the result of one started later (see m_nextGeneration).
+//
+// The first scan runs in the constructor, on the caller's thread: the daemon
+// makes the manager at start-up, before it serves its bus name, and starts
+// from a picture that is already there. Deleting the manager does not wait
+// for a scan that runs; that scan finishes on its own and its result is
+// dropped.
+//
+// partitions() may be called from any thread; it copies the last stored
+// picture and waits for nothing else. refresh() may be called from any thread
+// too, and scans on that thread: it takes as long as a scan does, so the
+// thread that serves the bus must not call it once the daemon serves.
 class PartitionManager : public QObject
 {
     Q_OBJECT
@@ -61,8 +83,8 @@ public:
 
     QVector<Partition> partitions(Partition::StorageTypes types = Partition::Any) const;
 
-    // Rescans the partitions and their sizes. Does not notify: notifications
-    // follow the events of udev and the mount table only.
+    // Rescans the partitions and their sizes on the calling thread. Does not
+    // notify: notifications follow the events of udev and the mount table only.
     void refresh();
 
 signals:
@@ -71,15 +93,26 @@ signals:
     void partitionRemoved(const Partition &partition);
 
 private:
-    void rescan();
+    class ScanSources;
+    class ScanMailbox;
+
+    void watch(int descriptor);
+    void noticeChange(QSocketNotifier *notifier);
+    void startScan();
+    void finishScan();
     void store(const QVector<Partition> &partitions, quint64 generation);
     void announce(const QVector<Partition> &partitions);
     static QVector<Partition> withoutUnprobedArrivals(const QVector<Partition> &scanned,
                                                       const QVector<Partition> &listed);
 
-    const QString m_mountTablePath;
-    UdevMonitor *m_udevMonitor = nullptr;
-    MountMonitor *m_mountMonitor = nullptr;
+    // Shared with the scan that runs, so that either may be the last to let go.
+    const std::shared_ptr<ScanSources> m_sources;
+    const std::shared_ptr<ScanMailbox> m_mailbox;
+    // One a monitor, touched on the manager's thread only. Each is switched
+    // off from its monitor's event until the scan that drained the monitor is
+    // back: the descriptor stays readable until then.
+    QVector<QSocketNotifier *> m_notifiers;
+    bool m_scanning = false; // from an event until its scan is back
 
     // Scans run without a lock; each takes a generation number when it starts
     // so that a slow older scan cannot replace the result of a newer one.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "partitionscanner.h"
 
+#include "filesystemprobe.h"
 #include "partition_p.h"
 
 #include <QFile>
@@ -80,7 +81,7 @@ void measure(PartitionData &data, const MountEntry &mount, qint64 deviceSize)
         data.status = Partition::Inaccessible;
         return;
     }
-    const bool measured = before && ::statvfs(path.constData(), &fs) == 0;
+    const bool measured = before && FileSystemProbe::measure(path, &fs);
     if (!before || !onMountedFileSystem(&reachable)) {
         data.status = Partition::Unmounted;
         return;

@@ -4,14 +4,11 @@
 #include "platformlogging.h"
 #include "sourcelock.h"
 
-#include <QSocketNotifier>
-
 #include <libudev.h>
 
 #include <cerrno>
 
-UdevMonitor::UdevMonitor(QObject *parent)
-    : QObject(parent)
+UdevMonitor::UdevMonitor()
 {
     QMutexLocker locker(&partitionSourceLock());
     m_context = udev_new();
@@ -23,13 +20,11 @@ UdevMonitor::UdevMonitor(QObject *parent)
         qCWarning(lcPartitions) << "Can't watch block devices; drive changes will not be noticed";
         return;
     }
-    m_notifier = new QSocketNotifier(udev_monitor_get_fd(m_monitor), QSocketNotifier::Read, this);
-    connect(m_notifier, &QSocketNotifier::activated, this, &UdevMonitor::drain);
+    m_descriptor = udev_monitor_get_fd(m_monitor);
 }
 
 UdevMonitor::~UdevMonitor()
 {
-    delete m_notifier;
     QMutexLocker locker(&partitionSourceLock());
     if (m_monitor)
         udev_monitor_unref(m_monitor);
@@ -37,9 +32,9 @@ UdevMonitor::~UdevMonitor()
         udev_unref(m_context);
 }
 
-bool UdevMonitor::isActive() const
+int UdevMonitor::descriptor() const
 {
-    return m_notifier;
+    return m_descriptor;
 }
 
 // Several events may be queued; one rescan covers them all.
@@ -52,8 +47,10 @@ bool UdevMonitor::isActive() const
 // known, so it is treated as a change of everything: the rescan that follows
 // reads the whole picture afresh, and the events queued after the overflow
 // are still read.
-void UdevMonitor::drain()
+bool UdevMonitor::drain()
 {
+    if (m_descriptor < 0)
+        return false;
     int events = 0;
     bool overflowed = false;
     {
@@ -73,6 +70,5 @@ void UdevMonitor::drain()
     }
     if (overflowed)
         qCDebug(lcPartitions) << "udev's events overflowed the receive buffer; rescanning every block device";
-    if (events > 0 || overflowed)
-        emit changed();
+    return events > 0 || overflowed;
 }

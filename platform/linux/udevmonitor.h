@@ -2,33 +2,32 @@
 #ifndef PLINTHD_UDEVMONITOR_H
 #define PLINTHD_UDEVMONITOR_H
 
-#include <QObject>
-
 struct udev;
 struct udev_monitor;
-class QSocketNotifier;
 
-// Tells when udev has finished processing an event of a block device. It
-// sleeps on udev's netlink socket: no timer, no polling.
-class UdevMonitor : public QObject
+// Tells when udev has finished processing an event of a block device: its
+// netlink socket turns readable, no timer, no polling. The owner watches
+// descriptor() and calls drain() once it is readable; the socket stays
+// readable until it has been drained. drain() may run on any thread, one
+// thread at a time, so that the thread that watches need not be the one that
+// takes libudev's lock.
+class UdevMonitor
 {
-    Q_OBJECT
-
 public:
-    explicit UdevMonitor(QObject *parent = nullptr);
-    ~UdevMonitor() override;
+    UdevMonitor();
+    ~UdevMonitor();
+    UdevMonitor(const UdevMonitor &) = delete;
+    UdevMonitor &operator=(const UdevMonitor &) = delete;
 
-    bool isActive() const;
-
-signals:
-    void changed();
+    // The socket to watch for reading; -1 when block devices cannot be watched.
+    int descriptor() const;
+    // Takes every queued event off the socket; true when anything came.
+    bool drain();
 
 private:
-    void drain();
-
     udev *m_context = nullptr;
     udev_monitor *m_monitor = nullptr;
-    QSocketNotifier *m_notifier = nullptr;
+    int m_descriptor = -1;
 };
 
 #endif // PLINTHD_UDEVMONITOR_H

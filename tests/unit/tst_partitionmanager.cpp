@@ -1,18 +1,29 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // PartitionManager on recorded devices (umockdev, events included) and a
 // fixture mount table that the test rewrites: which partitions it lists, what
-// it says about them, and which signals each change gives.
+// it says about them, and which signals each change gives; and, with a medium
+// that stalls (the file-system probe's test hook), on which thread it scans.
 #include "umockdevtestbed.h"
 
 #include <partitionmanager.h>
 
+#include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 
 namespace {
 
@@ -20,6 +31,16 @@ const char *const EmmcDisk = UmockdevTestbed::EmmcDisk;
 // Long enough for queued udev events to be handled; only used to show that
 // nothing more arrives.
 constexpr int SettleMilliseconds = 300;
+// How long a scan may take to reach the stalled medium, in a loaded
+// sanitizer build.
+constexpr int StallMilliseconds = 10000;
+// A probe held longer than this is let go by the gate itself (see StallGate).
+constexpr int GateWatchdogMilliseconds = 30000;
+// What the deletion of a manager may take; a manager that waited for its
+// stalled scan would take until the gate's watchdog.
+constexpr int DeletionMilliseconds = 2000;
+// The name the manager gives its scan thread.
+const QByteArray ScanThreadName = QByteArrayLiteral("partitionscan");
 
 // A mount table line. Mount paths that exist here carry the device number of
 // the file system that is really there, as the kernel's table would: the
@@ -56,6 +77,90 @@ Partition argument(const QSignalSpy &spy, int index)
     return spy.at(index).at(0).value<Partition>();
 }
 
+bool scanThreadRuns()
+{
+    const QDir tasks(QStringLiteral("/proc/self/task"));
+    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile comm(tasks.filePath(task + QStringLiteral("/comm")));
+        if (comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == ScanThreadName)
+            return true;
+    }
+    return false;
+}
+
+// The test's end of the stalled medium: a FIFO that the manager's probe of the
+// stalled mount path opens and reads to its end (see filesystemprobe.h). hold()
+// waits, on a thread of its own, for a probe to arrive, and keeps it there
+// until release(). A probe held longer than the watchdog allows is let go all
+// the same and the gate says so: a manager that probed on the test's own
+// thread would otherwise hang the test instead of failing it.
+class StallGate
+{
+public:
+    explicit StallGate(const QString &path)
+        : m_path(QFile::encodeName(path))
+    {
+    }
+    ~StallGate() { release(); }
+
+    void hold()
+    {
+        release();
+        m_released = false;
+        m_watchdogFired = false;
+        m_thread = std::thread([this] { run(); });
+    }
+
+    bool isHolding() const { return m_holding; }
+    bool watchdogFired() const { return m_watchdogFired; }
+
+    void release()
+    {
+        if (!m_thread.joinable())
+            return;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_released = true;
+        }
+        m_wake.notify_all();
+        m_thread.join();
+    }
+
+private:
+    void run()
+    {
+        using Clock = std::chrono::steady_clock;
+        const auto deadline = Clock::now() + std::chrono::milliseconds(GateWatchdogMilliseconds);
+        const auto retry = std::chrono::milliseconds(10);
+        std::unique_lock<std::mutex> lock(m_mutex);
+        int fd = -1;
+        // Opening for writing without blocking fails (ENXIO) until a probe
+        // has the FIFO open for reading.
+        while (!m_released && (fd = ::open(m_path.constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) < 0) {
+            if (Clock::now() >= deadline) {
+                m_watchdogFired = true;
+                return;
+            }
+            m_wake.wait_for(lock, retry);
+        }
+        if (fd < 0)
+            return;
+        m_holding = true;
+        if (!m_wake.wait_until(lock, deadline, [this] { return m_released; }))
+            m_watchdogFired = true;
+        ::close(fd);
+        m_holding = false;
+    }
+
+    const QByteArray m_path;
+    std::thread m_thread;
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_released = false;
+    std::atomic<bool> m_holding{false};
+    std::atomic<bool> m_watchdogFired{false};
+};
+
 } // namespace
 
 class TestPartitionManager : public QObject
@@ -68,6 +173,14 @@ private slots:
         QVERIFY2(UmockdevTestbed::preloaded(), "run with umockdev's preload library");
         QVERIFY(m_dir.isValid());
         m_tablePath = m_dir.filePath("mountinfo");
+        // A mount path of its own for the stalled medium, so that the other
+        // tests' mounts never stall. The probe reads these at its first call,
+        // which the first manager makes.
+        QVERIFY(m_stalledDir.isValid());
+        m_gatePath = m_dir.filePath("gate");
+        QCOMPARE(::mkfifo(QFile::encodeName(m_gatePath).constData(), 0600), 0);
+        qputenv("PLINTHD_TEST_STALL_MOUNT", QFile::encodeName(m_stalledDir.path()));
+        qputenv("PLINTHD_TEST_STALL_GATE", QFile::encodeName(m_gatePath));
     }
 
     void init()
@@ -83,9 +196,7 @@ private slots:
 
     void cleanup()
     {
-        delete m_added;
-        delete m_storage;
-        delete m_removed;
+        cleanupSpies();
         delete m_manager;
         delete m_testbed;
     }
@@ -222,7 +333,106 @@ private slots:
         QCOMPARE(m_added->count(), 0);
     }
 
+    // While a medium stalls the scan, the manager's thread goes on; the events
+    // that come meanwhile make one more scan, and the signals follow each
+    // scan in order.
+    void scanStallsOnItsOwnThread()
+    {
+        skipWithoutStallHook();
+        QVERIFY(m_testbed->plug("sdcard"));
+        QTRY_COMPARE(m_added->count(), 2);
+        m_added->clear();
+
+        StallGate gate(m_gatePath);
+        gate.hold();
+        writeTable(baseTable() + mountLine(40, m_stalledDir.path(), "/dev/mmcblk1p1", "vfat"));
+        m_testbed->uevent(EmmcDisk, "change");
+        // The wait runs this thread's event loop: a scan on this thread would
+        // be stuck in the probe until the watchdog.
+        QTRY_VERIFY_WITH_TIMEOUT(gate.isHolding(), StallMilliseconds);
+        QVERIFY(scanThreadRuns());
+        QVERIFY(!gate.watchdogFired());
+
+        // More changes while the scan is held: a second mount and a few events.
+        writeTable(baseTable() + mountLine(40, m_stalledDir.path(), "/dev/mmcblk1p1", "vfat")
+                   + mountLine(41, m_dir.path(), "/dev/mmcblk1p2", "ext4"));
+        for (int i = 0; i < 3; ++i)
+            m_testbed->uevent(EmmcDisk, "change");
+        QTest::qWait(SettleMilliseconds);
+        QCOMPARE(m_added->count() + m_storage->count() + m_removed->count(), 0);
+        // What a query asks for meanwhile is the picture before the scan.
+        QCOMPARE(m_manager->partitions(Partition::External).value(0).status(), Partition::Unmounted);
+
+        gate.release();
+        QVERIFY(!gate.watchdogFired());
+        // The held scan read the table before the second mount.
+        QTRY_COMPARE(m_storage->count(), 1);
+        QCOMPARE(argument(*m_storage, 0).deviceName(), QStringLiteral("mmcblk1p1"));
+        QCOMPARE(argument(*m_storage, 0).mountPath(), m_stalledDir.path());
+
+        // One more scan for everything that came while it was held; it stalls
+        // on the first mount again.
+        gate.hold();
+        QTRY_VERIFY_WITH_TIMEOUT(gate.isHolding(), StallMilliseconds);
+        QCOMPARE(m_storage->count(), 1);
+        gate.release();
+        QTRY_COMPARE(m_storage->count(), 2);
+        QCOMPARE(argument(*m_storage, 1).deviceName(), QStringLiteral("mmcblk1p2"));
+        QCOMPARE(argument(*m_storage, 1).mountPath(), m_dir.path());
+
+        // And no third.
+        gate.hold();
+        QTest::qWait(SettleMilliseconds);
+        QVERIFY(!gate.isHolding());
+        gate.release();
+        QVERIFY(!gate.watchdogFired());
+        QCOMPARE(m_added->count() + m_removed->count(), 0);
+        QCOMPARE(m_storage->count(), 2);
+        QTRY_VERIFY(!scanThreadRuns());
+    }
+
+    // The manager goes while its scan is held: the deletion waits for nothing,
+    // and the scan, once let go, ends without touching what went.
+    void deletedWhileScanning()
+    {
+        skipWithoutStallHook();
+        StallGate gate(m_gatePath);
+        gate.hold();
+        writeTable(baseTable() + mountLine(40, m_stalledDir.path(), "/dev/mmcblk1p1", "vfat"));
+        QVERIFY(m_testbed->plug("sdcard"));
+        QTRY_VERIFY_WITH_TIMEOUT(gate.isHolding(), StallMilliseconds);
+        QVERIFY(scanThreadRuns());
+
+        QElapsedTimer deletion;
+        deletion.start();
+        cleanupSpies();
+        delete m_manager;
+        m_manager = nullptr;
+        QVERIFY(deletion.elapsed() < DeletionMilliseconds);
+
+        gate.release();
+        QVERIFY(!gate.watchdogFired());
+        QTRY_VERIFY(!scanThreadRuns());
+        // Anything the scan had posted would be delivered now.
+        QTest::qWait(SettleMilliseconds);
+    }
+
 private:
+    static void skipWithoutStallHook()
+    {
+#ifndef PLINTHD_TEST_SEAMS
+        QSKIP("built without the test hooks (PLINTHD_TEST_SEAMS)");
+#endif
+    }
+
+    void cleanupSpies()
+    {
+        delete m_added;
+        delete m_storage;
+        delete m_removed;
+        m_added = m_storage = m_removed = nullptr;
+    }
+
     void writeTable(const QByteArray &contents)
     {
         QFile file(m_tablePath);
@@ -231,7 +441,9 @@ private:
     }
 
     QTemporaryDir m_dir;
+    QTemporaryDir m_stalledDir;
     QString m_tablePath;
+    QString m_gatePath;
     UmockdevTestbed *m_testbed = nullptr;
     PartitionManager *m_manager = nullptr;
     QSignalSpy *m_added = nullptr;
