@@ -247,6 +247,16 @@ def vm_rss_kib(pid):
     raise AssertionError('no VmRSS for %d' % pid)
 
 
+def private_kib(pid):
+    """The private memory of process PID (clean and dirty pages only it maps), in KiB."""
+    total = 0
+    with open('/proc/%d/smaps_rollup' % pid) as f:
+        for line in f:
+            if line.startswith(('Private_Clean:', 'Private_Dirty:')):
+                total += int(line.split()[1])
+    return total
+
+
 # Sends its calls and leaves at once, without reading a reply. Arguments: the
 # bus address, the number of calls, and the calls as JSON [path, interface,
 # method] triples, taken in turn.
