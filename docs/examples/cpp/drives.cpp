@@ -94,7 +94,8 @@ private slots:
 private:
     bool list()
     {
-        // Answered in the call: the default time-out is enough.
+        // Quick (only the external partitions are sized): the default
+        // time-out is enough.
         const QDBusReply<QList<QVariantMap>> drives = m_bus.call(
             QDBusMessage::createMethodCall(Service, Path, Interface, QStringLiteral("getExternalStorageDrivesInfo")));
         if (!drives.isValid()) {

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Synchronous calls of plinthd with Qt: a few Features questions, a property
-// and the SIM cards. Every Features and SIM method answers in the call, so a
-// blocking call with the default time-out is fine for them.
+// and the SIM cards. Every Features and SIM method answers at once (getLocale
+// once the user manager has), so a blocking call with the default time-out is
+// fine for them.
 //
 //   plinth-example-features
 

@@ -99,8 +99,8 @@ int main(int argc, char **argv)
     ask(QStringLiteral("getInternalUserPartitionInfo"), printUserPartition);
     ask(QStringLiteral("getSystemStorageInfo"), printSystemStorage);
 
-    // Meanwhile the daemon answers other questions at once. This one is
-    // answered in the call, so the default time-out is enough.
+    // Meanwhile the daemon answers other questions. This one sizes only the
+    // external partitions and is quick, so the default time-out is enough.
     const QDBusMessage drives = bus.call(QDBusMessage::createMethodCall(Service, Path, Interface,
                                                                         QStringLiteral("getExternalStorageDrivesInfo")));
     if (drives.type() != QDBusMessage::ReplyMessage) {
