@@ -4,23 +4,48 @@
 #include "logging.h"
 #include "threadhandoff.h"
 
+#include <QRunnable>
 #include <QThreadPool>
 
 #include <exception>
-#include <memory>
 
-namespace {
-
-// What goes to the worker and comes back. ThreadSanitizer cannot see the
-// locks inside Qt's pool and event queue, so both hand-overs are marked on
-// this object.
-struct Job
+// One computation on its way to a worker. ThreadSanitizer cannot see the
+// locks inside Qt's pool, so the hand-over is marked on the task, after it has
+// been made in full.
+class SharedComputation::Task : public QRunnable
 {
-    SharedComputation::Work work;
-    QVariant result;
-};
+public:
+    Task(SharedComputation *owner, int kind, const QString &key, const Work &work)
+        : m_owner(owner), m_kind(kind), m_key(key), m_work(work)
+    {
+    }
 
-} // namespace
+    void start(QThreadPool *pool)
+    {
+        PLINTHD_HANDOFF_RELEASE(this);
+        pool->start(this);
+    }
+
+    void run() override
+    {
+        PLINTHD_HANDOFF_ACQUIRE(this);
+        QVariant result;
+        try {
+            result = m_work();
+        } catch (const std::exception &error) {
+            qCWarning(lcPlinthd) << "Storage computation failed:" << m_key << error.what();
+        } catch (...) {
+            qCWarning(lcPlinthd) << "Storage computation failed:" << m_key;
+        }
+        m_owner->handBack({m_kind, m_key, result});
+    }
+
+private:
+    SharedComputation *const m_owner;
+    const int m_kind;
+    const QString m_key;
+    const Work m_work;
+};
 
 SharedComputation::SharedComputation(QThreadPool *pool, int maxPerKind, QObject *parent)
     : QObject(parent), m_pool(pool), m_maxPerKind(qMax(1, maxPerKind))
@@ -28,10 +53,10 @@ SharedComputation::SharedComputation(QThreadPool *pool, int maxPerKind, QObject 
 }
 
 // Deleted after the pool has run dry: every worker's last use of what its
-// work touched comes before this.
+// work touched came before it handed its result back under the lock.
 SharedComputation::~SharedComputation()
 {
-    PLINTHD_HANDOFF_ACQUIRE(this);
+    std::lock_guard<std::mutex> lock(m_finishedLock);
 }
 
 void SharedComputation::run(int kind, const QString &key, const Work &work, const Answer &answer)
@@ -79,31 +104,31 @@ void SharedComputation::start(int kind, const QString &key, const Computation &c
     m_kinds[kind].running.insert(key, computation);
     ++m_started;
     qCDebug(lcPlinthd) << "Storage computation started:" << key << "number" << m_started;
+    (new Task(this, kind, key, computation.work))->start(m_pool);
+}
 
-    auto job = std::make_shared<Job>();
-    job->work = computation.work;
-    PLINTHD_HANDOFF_RELEASE(job.get());
-    m_pool->start([this, job, kind, key] {
-        PLINTHD_HANDOFF_ACQUIRE(job.get());
-        try {
-            job->result = job->work();
-        } catch (const std::exception &error) {
-            qCWarning(lcPlinthd) << "Storage computation failed:" << key << error.what();
-        } catch (...) {
-            qCWarning(lcPlinthd) << "Storage computation failed:" << key;
-        }
-        // The daemon waits for the pool to run dry before it deletes this
-        // object, so it is still there to take the result.
-        PLINTHD_HANDOFF_RELEASE(job.get());
-        PLINTHD_HANDOFF_RELEASE(this);
-        QMetaObject::invokeMethod(
-                this,
-                [this, job, kind, key] {
-                    PLINTHD_HANDOFF_ACQUIRE(job.get());
-                    finish(kind, key, job->result);
-                },
-                Qt::QueuedConnection);
-    });
+// On the worker. The daemon waits for the pool to run dry before it deletes
+// this object, so it is still there to take the result. The list is guarded
+// by a standard mutex, which ThreadSanitizer sees, unlike Qt's event queue;
+// the main thread is woken under it (once for a batch), so that the
+// destructor's lock comes after this object's last use on the worker.
+void SharedComputation::handBack(const Finished &finished)
+{
+    std::lock_guard<std::mutex> lock(m_finishedLock);
+    m_finished.push_back(finished);
+    if (m_finished.size() == 1)
+        QMetaObject::invokeMethod(this, "takeFinished", Qt::QueuedConnection);
+}
+
+void SharedComputation::takeFinished()
+{
+    std::vector<Finished> finished;
+    {
+        std::lock_guard<std::mutex> lock(m_finishedLock);
+        finished.swap(m_finished);
+    }
+    for (const Finished &one : finished)
+        finish(one.kind, one.key, one.result);
 }
 
 void SharedComputation::finish(int kind, const QString &key, const QVariant &result)

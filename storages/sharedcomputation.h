@@ -10,6 +10,8 @@
 #include <QVector>
 
 #include <functional>
+#include <mutex>
+#include <vector>
 
 class QThreadPool;
 
@@ -50,7 +52,19 @@ public:
     quint64 started() const;
     int waitingCallers() const;
 
+private slots:
+    // On the main thread: answers the callers of every computation that has
+    // finished since the last time.
+    void takeFinished();
+
 private:
+    class Task;
+    struct Finished
+    {
+        int kind;
+        QString key;
+        QVariant result;
+    };
     struct Computation
     {
         Work work;
@@ -64,12 +78,16 @@ private:
     };
 
     void start(int kind, const QString &key, const Computation &computation);
+    void handBack(const Finished &finished);
     void finish(int kind, const QString &key, const QVariant &result);
 
     QThreadPool *const m_pool;
     const int m_maxPerKind;
     QHash<int, KindQueue> m_kinds;
     quint64 m_started = 0;
+    // Results the workers have handed back and the main thread not yet taken.
+    std::mutex m_finishedLock;
+    std::vector<Finished> m_finished;
 
     Q_DISABLE_COPY(SharedComputation)
 };

@@ -4,6 +4,7 @@
 #include "delayedreply.h"
 #include "sharedcomputation.h"
 #include "storagesadaptor.h"
+#include "unsharedcopy.h"
 
 #include <QDebug>
 #include <QThread>
@@ -112,7 +113,8 @@ void StoragesService::compute(Computation computation, const StoragesInfo::Curre
             !needsCurrentUser(computation) ? QString() : user.known ? QString::number(user.uid)
                                                                     : QStringLiteral("unknown"));
     computations->run(
-            computation, key, [this, computation, user] { return runComputation(computation, user); },
+            computation, key,
+            [this, computation, user] { return UnsharedCopy::of(runComputation(computation, user)); },
             [computation, reply](const QVariant &result) {
                 reply.send(result.isValid() ? result : neutralAnswer(computation));
             });
