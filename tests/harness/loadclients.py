@@ -247,14 +247,16 @@ def vm_rss_kib(pid):
     raise AssertionError('no VmRSS for %d' % pid)
 
 
-def private_kib(pid):
-    """The private memory of process PID (clean and dirty pages only it maps), in KiB."""
-    total = 0
+def private_dirty_kib(pid):
+    """The memory process PID has written and no other process shares (heap,
+    stacks, written data), in KiB. Clean private pages are left out: they are
+    library pages that no other process maps at the moment, and they come and
+    go as other processes start and stop."""
     with open('/proc/%d/smaps_rollup' % pid) as f:
         for line in f:
-            if line.startswith(('Private_Clean:', 'Private_Dirty:')):
-                total += int(line.split()[1])
-    return total
+            if line.startswith('Private_Dirty:'):
+                return int(line.split()[1])
+    raise AssertionError('no Private_Dirty for %d' % pid)
 
 
 # Sends its calls and leaves at once, without reading a reply. Arguments: the
