@@ -334,6 +334,10 @@ class Session:
         self.system_bus.stop()
         shutil.rmtree(self.workdir, ignore_errors=True)
 
+    def keep(self, process):
+        """Stops PROCESS with the session."""
+        self._processes.append(process)
+
     def spawn(self, argv, env=None):
         """A process stopped with the session (or earlier, by stop())."""
         process = subprocess.Popen(argv, env=env or self.env, stdin=subprocess.DEVNULL,

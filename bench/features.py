@@ -18,17 +18,28 @@ whole database. Slow figures are reported, never failed.
 import argparse
 import os
 import re
+import signal
 import statistics
 import subprocess
 import sys
 import time
 
+import dbus
+import dbusmock
+
 import benchlib
+import loadclients
 import plinthtest
 
 CPU_MODEL = benchlib.features_call('getCpuModel')
 RAM_FREE = benchlib.features_call('getRamFreeSize')
+LOCALE = benchlib.features_call('getLocale')
 ALL_OBJECTS = [path for path, _ in plinthtest.OBJECTS]
+USER_MANAGER = 'org.brisaos.usermanager'
+# Calls held by the stopped user manager while getCpuModel is timed: almost
+# the 128 a connection may have outstanding on a system bus.
+HELD_CALLS = 100
+HELD_ANSWER_SECONDS = 30
 ECHO_OBJECTS = [benchlib.ECHO[1]]
 
 
@@ -112,6 +123,54 @@ def measure_calls(session, table, daemon, calls, rounds, idle_rss):
               'plinthd idle, before the calls')
 
 
+def start_user_manager(session):
+    process = dbusmock.DBusTestCase.spawn_server(USER_MANAGER, '/', USER_MANAGER, system_bus=True,
+                                                 stdout=subprocess.DEVNULL)
+    session.keep(process)
+    mock = dbus.Interface(session.bus.get_object(USER_MANAGER, '/'), dbusmock.MOCK_IFACE)
+    mock.AddMethod('', 'currentUser', '', 'u', 'ret = dbus.UInt32(100000)')
+    mock.AddMethod('', 'getUserLocale', 'u', 's', "ret = 'en_US.utf8'")
+    return process
+
+
+def latencies_while_held(session, user_manager, calls):
+    """CALLS getCpuModel latencies while the user manager is stopped (SIGSTOP)
+    with HELD_CALLS getLocale calls waiting for it; then lets it go on and
+    checks that every held call got the user's real locale."""
+    holder = benchlib.glib_connection(session.address)
+    held = []
+    os.kill(user_manager.pid, signal.SIGSTOP)
+    try:
+        for _ in range(HELD_CALLS):
+            holder.call_async(*LOCALE, '', [], reply_handler=held.append, error_handler=held.append, timeout=120)
+        loadclients.spin(0.5)
+        if held:
+            raise RuntimeError('%d getLocale calls were answered with the user manager stopped' % len(held))
+        latencies = benchlib.sequential_latencies(session.bus, CPU_MODEL, calls)
+    finally:
+        os.kill(user_manager.pid, signal.SIGCONT)
+    loadclients.spin(HELD_ANSWER_SECONDS, lambda: len(held) == HELD_CALLS)
+    holder.close()
+    if len(held) != HELD_CALLS or any(value != 'en_US' for value in held):
+        raise RuntimeError('held getLocale calls were answered %r' % sorted({str(v) for v in held}))
+    return latencies
+
+
+def measure_stalled_peer(session, table, calls, rounds):
+    """getCpuModel latency while the user manager is stopped with calls held,
+    beside the same with nothing held, in alternating rounds: the main thread
+    must not wait for the peer."""
+    user_manager = start_user_manager(session)
+    benchlib.sequential_latencies(session.bus, LOCALE, 1)
+    measures = {'idle': lambda: benchlib.sequential_latencies(session.bus, CPU_MODEL, calls),
+                'held': lambda: latencies_while_held(session, user_manager, calls)}
+    runs = benchlib.alternating_rounds(list(measures), rounds, lambda label: measures[label]())
+    pooled = {label: [t * 1000 for run in found for t in run] for label, found in runs.items()}
+    table.add('getCpuModel latency p99, user manager stopped, %d calls held' % HELD_CALLS,
+              benchlib.percentile(pooled['held'], 0.99), benchlib.percentile(pooled['idle'], 0.99), 'ms',
+              'getCpuModel, nothing held', note='goal: ratio <= 2')
+
+
 def measure(session, table, args):
     """Every Features figure, into TABLE."""
     sections = (
@@ -138,6 +197,12 @@ def measure(session, table, args):
         measure_calls(session, table, daemon, args.calls, args.rounds, idle_rss)
     except Exception as error:
         table.failed('Features calls and idle figures', error)
+    try:
+        if daemon:
+            print('getCpuModel with the user manager stopped...', flush=True)
+            measure_stalled_peer(session, table, args.calls, args.rounds)
+    except Exception as error:
+        table.failed('getCpuModel with the user manager stopped', error)
     finally:
         for process in (daemon, echo):
             if process:

@@ -75,8 +75,11 @@ int main(int argc, char *argv[])
     ::close(termSocketPair[1]);
     qCDebug(lcPlinthd) << "exit";
 
-    // Storage queries run on the global pool and call back into the storage
-    // provider; they must be finished before the services go away.
+    // The storage computations run on the global pool (as many threads as
+    // the machine has cores) and use the storage provider; they must be
+    // finished before the services go away. Their results, and the replies of
+    // calls still held for a peer, are never sent: those callers get their
+    // own time-out (NoReply), the bus having dropped the connection anyway.
     QThreadPool::globalInstance()->waitForDone();
 
     delete storagesService;

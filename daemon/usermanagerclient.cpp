@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "usermanagerclient.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
-#include <QThread>
 
 namespace {
 
@@ -11,60 +9,42 @@ const QString UserManagerService = QStringLiteral("org.brisaos.usermanager");
 const QString UserManagerPath = QStringLiteral("/");
 const QString UserManagerInterface = QStringLiteral("org.brisaos.usermanager");
 
-bool onMainThread()
-{
-    const QCoreApplication *application = QCoreApplication::instance();
-    return application && QThread::currentThread() == application->thread();
-}
-
 } // namespace
 
 UserManagerClient::UserManagerClient(QObject *parent)
-    : QObject(parent)
-    , m_ownConnectionName(QStringLiteral("plinthd-usermanager-%1").arg(quintptr(this), 0, 16))
+    : QObject(parent), m_roundTrips(new SharedRoundTrip(this))
 {
 }
 
-// Destroyed on the main thread once no pool thread runs any more (the daemon
-// waits for the pool before it deletes the services).
-UserManagerClient::~UserManagerClient()
+UserManagerClient::~UserManagerClient() = default;
+
+void UserManagerClient::currentUser(const SharedRoundTrip::Answer &answer)
 {
-    if (m_ownConnectionOpened)
-        QDBusConnection::disconnectFromBus(m_ownConnectionName);
+    ask(QStringLiteral("currentUser"), QStringLiteral("currentUser"), {}, answer);
 }
 
-QDBusMessage UserManagerClient::currentUser()
+// Each user's locale is a question of its own.
+void UserManagerClient::userLocale(uint uid, const SharedRoundTrip::Answer &answer)
 {
-    return call(QStringLiteral("currentUser"), {});
+    ask(QStringLiteral("getUserLocale %1").arg(uid), QStringLiteral("getUserLocale"), {uid}, answer);
 }
 
-QDBusMessage UserManagerClient::userLocale(uint uid)
+void UserManagerClient::setTimeout(int milliseconds)
 {
-    return call(QStringLiteral("getUserLocale"), {uid});
+    m_timeout = milliseconds;
 }
 
-QDBusMessage UserManagerClient::call(const QString &method, const QVariantList &arguments)
+void UserManagerClient::ask(const QString &key, const QString &method, const QVariantList &arguments,
+                            const SharedRoundTrip::Answer &answer)
 {
-    QDBusMessage message = QDBusMessage::createMethodCall(UserManagerService, UserManagerPath,
-                                                          UserManagerInterface, method);
-    message.setArguments(arguments);
-    if (onMainThread())
-        return QDBusConnection::systemBus().call(message);
-    return callFromOtherThread(message);
-}
-
-QDBusMessage UserManagerClient::callFromOtherThread(const QDBusMessage &message)
-{
-    QMutexLocker locker(&m_ownConnectionLock);
-    // A connection that failed (no bus yet) or was lost (the bus restarted) is
-    // dropped and opened afresh, so that a later call can succeed.
-    if (m_ownConnectionOpened && !QDBusConnection(m_ownConnectionName).isConnected()) {
-        QDBusConnection::disconnectFromBus(m_ownConnectionName);
-        m_ownConnectionOpened = false;
-    }
-    if (!m_ownConnectionOpened) {
-        QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_ownConnectionName);
-        m_ownConnectionOpened = true;
-    }
-    return QDBusConnection(m_ownConnectionName).call(message);
+    const int timeout = m_timeout;
+    m_roundTrips->join(
+            key,
+            [method, arguments, timeout] {
+                QDBusMessage call = QDBusMessage::createMethodCall(UserManagerService, UserManagerPath,
+                                                                   UserManagerInterface, method);
+                call.setArguments(arguments);
+                return QDBusConnection::systemBus().asyncCall(call, timeout);
+            },
+            answer);
 }

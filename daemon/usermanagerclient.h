@@ -2,31 +2,22 @@
 #ifndef PLINTHD_USERMANAGERCLIENT_H
 #define PLINTHD_USERMANAGERCLIENT_H
 
-#include <QDBusMessage>
-#include <QMutex>
+#include "sharedroundtrip.h"
+
 #include <QObject>
 #include <QString>
 #include <QVariantList>
 
 // The user manager on the system bus ("org.brisaos.usermanager", object "/"):
-// who the current user is, and that user's locale. Each call blocks with
-// QtDBus's default time-out and hands the reply back as it came, error replies
-// included; how a reply is read is the caller's business.
+// who the current user is, and that user's locale. Every call is asynchronous
+// on the daemon's shared system bus connection and the reply comes back as it
+// came, error replies and time-outs included; how a reply is read is the
+// caller's business.
 //
-// Which connection a call goes out on depends on the calling thread (the rules
-// of every thread are in docs/threading.md):
-//   the main thread   the daemon's shared system bus connection;
-//   any other thread  a connection of this client's own, opened on first use,
-//                     that carries one call at a time.
-// Why: a blocking QtDBus call stores the reply's error in its connection, in
-// one member shared by every thread and guarded by no lock. Two threads that
-// block on the same connection at once and both get an error reply (the user
-// manager is not on the bus, or fails) free the same error text twice, and the
-// daemon dies of heap corruption. So no thread but the main thread blocks on
-// the shared connection, and the other threads' connection is never blocked
-// on by two of them at once. Calls from the main thread never wait for the
-// lock: a pool thread that waits on a stalled user manager holds up no other
-// object of the daemon.
+// Main thread only (docs/threading.md): workers never talk to peers, they get
+// what a query needs from the main thread. Questions asked while the same one
+// is on its way share its round trip (SharedRoundTrip), so a stalled user
+// manager costs the daemon two outstanding calls, not one per client.
 class UserManagerClient : public QObject
 {
     Q_OBJECT
@@ -36,18 +27,20 @@ public:
     ~UserManagerClient() override;
 
     // "currentUser", no arguments: the uid, an unsigned 32-bit value.
-    QDBusMessage currentUser();
+    void currentUser(const SharedRoundTrip::Answer &answer);
     // "getUserLocale" with the uid as an unsigned 32-bit value: a string.
-    QDBusMessage userLocale(uint uid);
+    void userLocale(uint uid, const SharedRoundTrip::Answer &answer);
+
+    // How long a call may take, in milliseconds; -1 (the default) is QtDBus's
+    // own time-out of 25 seconds. For tests.
+    void setTimeout(int milliseconds);
 
 private:
-    QDBusMessage call(const QString &method, const QVariantList &arguments);
-    QDBusMessage callFromOtherThread(const QDBusMessage &message);
+    void ask(const QString &key, const QString &method, const QVariantList &arguments,
+             const SharedRoundTrip::Answer &answer);
 
-    // The connection of the threads other than the main one.
-    const QString m_ownConnectionName;
-    QMutex m_ownConnectionLock; // held for the whole of each call on it
-    bool m_ownConnectionOpened = false;
+    SharedRoundTrip *m_roundTrips = nullptr;
+    int m_timeout = -1;
 
     Q_DISABLE_COPY(UserManagerClient)
 };

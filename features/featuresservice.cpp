@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "featuresservice.h"
 
+#include "delayedreply.h"
 #include "featuresadaptor.h"
 #include "fontinfo.h"
 #include "localeinfo.h"
@@ -51,10 +52,21 @@ QString FeaturesService::getScreenResolution() { return sysInfo->getScreenResolu
 QString FeaturesService::getOsVersion() { return sysInfo->getOsVersion(); }
 QString FeaturesService::getDeviceModel() { return sysInfo->getDeviceModel(); }
 QString FeaturesService::getSerialNumber() { return sysInfo->getSerialNumber(); }
-QString FeaturesService::getLocale() { return localeInfo->getLocale(); }
 QStringList FeaturesService::getLocales() { return localeInfo->getLocales(); }
 QStringList FeaturesService::getFontNames() { return fontInfo->getFontNames(); }
 QStringList FeaturesService::getFontFamilyNames() { return fontInfo->getFontFamilyNames(); }
+
+// Answered once the user manager has told the user and the locale. An
+// in-process call has nobody to send a late answer to: it gets an empty string
+// and asks nothing.
+QString FeaturesService::getLocale()
+{
+    if (!calledFromDBus())
+        return QString();
+    const DelayedReply reply(*this);
+    localeInfo->getLocale([reply](const QString &locale) { reply.send(locale); });
+    return QString();
+}
 
 // The provider answers a resolution that has not been measured yet as 0.0.
 double FeaturesService::getMainCameraResolution() { return sysInfo->getMainCameraResolution(); }

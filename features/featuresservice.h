@@ -4,6 +4,7 @@
 
 #include "basicservice.h"
 
+#include <QDBusContext>
 #include <QStringList>
 #include <QVariantList>
 
@@ -12,7 +13,12 @@ class LocaleInfo;
 class FontInfo;
 
 // "/org/norvu/plinth/Features": hardware and OS facts, locale and fonts.
-class FeaturesService : public BasicService
+//
+// Everything is answered in the dispatch from what the providers hold, except
+// the locale, which needs the user manager: getLocale takes the reply over
+// and sends it when the peer has answered, so a stalled peer holds up only
+// the callers of getLocale.
+class FeaturesService : public BasicService, protected QDBusContext
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.norvu.plinth.Features")

@@ -36,25 +36,31 @@ LocaleInfo::LocaleInfo()
 
 LocaleInfo::~LocaleInfo() = default;
 
-QString LocaleInfo::getLocale()
+void LocaleInfo::getLocale(const LocaleAnswer &answer)
 {
-    const QDBusMessage uidReply = userManager->currentUser();
-    const uint uid = firstArgument<uint>(uidReply);
-    if (uidReply.type() == QDBusMessage::ErrorMessage) {
-        qWarning("Unable to obtain current user UID");
-        return FallbackLocale;
-    }
+    userManager->currentUser([this, answer](const QDBusMessage &uidReply) {
+        if (uidReply.type() == QDBusMessage::ErrorMessage) {
+            qWarning("Unable to obtain current user UID");
+            answer(FallbackLocale);
+            return;
+        }
+        askLocaleOf(firstArgument<uint>(uidReply), answer);
+    });
+}
 
-    const QDBusMessage localeReply = userManager->userLocale(uid);
-    QString locale = firstArgument<QString>(localeReply);
-    if (localeReply.type() == QDBusMessage::ErrorMessage) {
-        qWarning("Unable to obtain current user locale");
-        return FallbackLocale;
-    }
-
-    // Callers expect the bare locale name; only the lower-case codeset suffix
-    // that the user manager stores is dropped, other spellings pass unchanged.
-    return locale.remove(QStringLiteral(".utf8"), Qt::CaseSensitive);
+void LocaleInfo::askLocaleOf(uint uid, const LocaleAnswer &answer)
+{
+    userManager->userLocale(uid, [answer](const QDBusMessage &localeReply) {
+        if (localeReply.type() == QDBusMessage::ErrorMessage) {
+            qWarning("Unable to obtain current user locale");
+            answer(FallbackLocale);
+            return;
+        }
+        // Callers expect the bare locale name; only the lower-case codeset
+        // suffix that the user manager stores is dropped, other spellings pass
+        // unchanged.
+        answer(firstArgument<QString>(localeReply).remove(QStringLiteral(".utf8"), Qt::CaseSensitive));
+    });
 }
 
 QStringList LocaleInfo::getLocales()

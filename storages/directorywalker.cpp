@@ -3,10 +3,13 @@
 
 #include "localfilenames.h"
 #include "logging.h"
+#include "testhold.h"
+#include "threadhandoff.h"
 
 #include <QDir>
 #include <QFile>
 #include <QThread>
+#include <QThreadPool>
 
 #include <atomic>
 #include <cerrno>
@@ -19,8 +22,6 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <system_error>
-#include <thread>
 #include <vector>
 
 #include <dirent.h>
@@ -55,36 +56,33 @@ constexpr std::size_t ListingBufferSize = 64 * 1024;
 // walks keep both cores busy.
 constexpr int WalkNiceness = 10;
 
-// Lowers the calling thread's priority for the duration of a walk and gives
-// it back after: the caller is a pool thread that later runs other queries,
-// or the main thread. Under the systemd unit the system call filter refuses
-// setpriority (the unit's comment says why), and the walk runs at the
-// daemon's own priority.
-class NiceScope
+// The threads every walk of the daemon shares, as many as the machine has
+// cores: concurrent walks queue for them instead of each starting threads of
+// its own. They exist for walks alone, so each lowers its own priority once,
+// the first time it walks, and keeps it low; lowering needs no capability,
+// where raising it back would.
+QThreadPool &walkPool()
 {
-public:
-    NiceScope() : m_thread(::gettid())
-    {
-        errno = 0;
-        m_previous = ::getpriority(PRIO_PROCESS, id_t(m_thread));
-        m_changed = errno == 0 && m_previous < WalkNiceness
-                && ::setpriority(PRIO_PROCESS, id_t(m_thread), WalkNiceness) == 0;
-    }
-    ~NiceScope()
-    {
-        // Raising a priority again needs CAP_SYS_NICE; a daemon started by
-        // hand as root has it. Without it the thread stays lower.
-        if (m_changed)
-            ::setpriority(PRIO_PROCESS, id_t(m_thread), m_previous);
-    }
-    NiceScope(const NiceScope &) = delete;
-    NiceScope &operator=(const NiceScope &) = delete;
+    static QThreadPool *const pool = [] {
+        auto *threads = new QThreadPool;
+        threads->setMaxThreadCount(qMax(1, QThread::idealThreadCount()));
+        return threads;
+    }();
+    return *pool;
+}
 
-private:
-    pid_t m_thread;
-    int m_previous = 0;
-    bool m_changed = false;
-};
+void lowerThisThreadOnce()
+{
+    thread_local bool lowered = false;
+    if (lowered)
+        return;
+    lowered = true;
+    const id_t thread = id_t(::gettid());
+    errno = 0;
+    const int current = ::getpriority(PRIO_PROCESS, thread);
+    if (errno == 0 && current < WalkNiceness && ::setpriority(PRIO_PROCESS, thread, WalkNiceness) != 0)
+        qCDebug(lcPlinthd) << "Walk thread keeps its priority:" << std::strerror(errno);
+}
 
 // Excluded paths below the walked directory, one level of names per node.
 struct ExclusionNode
@@ -137,6 +135,7 @@ private:
     };
 
     void work();
+    void startHelper();
     void startHelperIfWorthIt();
     void visit(DirNode *node, std::vector<DirNode *> &found, std::vector<char> &buffer, Listing &listing);
     Listing list(int fd, const DirNode *self, DirNode *childParent, std::vector<DirNode *> &found,
@@ -158,7 +157,10 @@ private:
     int m_busy = 0;
     int m_waiting = 0;
     qint64 m_entries = 0;
-    std::vector<std::thread> m_helpers;
+    // Helpers handed to the walk pool and not finished yet; the walk ends
+    // when the last one has.
+    int m_helpers = 0;
+    std::condition_variable m_helpersDone;
     qint64 m_bytes = 0;
 };
 
@@ -179,7 +181,6 @@ qint64 Walk::run(const QString &path, const QSet<QString> &excluded)
     const int rootFd = ::open(native.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (rootFd < 0)
         return 0;
-    const NiceScope nice;
 
     buildExclusions(cleanRoot, excluded);
 
@@ -211,12 +212,16 @@ qint64 Walk::run(const QString &path, const QSet<QString> &excluded)
 
     std::vector<char> buffer(ListingBufferSize);
     const Listing top = list(rootFd, root, childParent, m_pending, buffer);
-    m_entries = top.entries;
-    m_bytes = top.bytes;
-
-    work();
-    for (std::thread &helper : m_helpers)
-        helper.join();
+    // The calling thread (a query's worker) lists the top only and leaves
+    // the tree to the walk pool, whose threads run at the lower priority.
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_entries = top.entries;
+        m_bytes = top.bytes;
+        if (!m_pending.empty())
+            startHelper();
+        m_helpersDone.wait(lock, [this] { return m_helpers == 0; });
+    }
 
     if (childParent != root)
         release(childParent);
@@ -246,7 +251,6 @@ void Walk::buildExclusions(const QString &cleanRoot, const QSet<QString> &exclud
 
 void Walk::work()
 {
-    const NiceScope nice;
     std::vector<DirNode *> found;
     std::vector<char> buffer(ListingBufferSize);
     Listing listing;
@@ -279,20 +283,32 @@ void Walk::work()
             m_wake.notify_all();
     }
     m_wake.notify_all();
+    // Under the lock: the walk may end, and this object go, as soon as the
+    // caller sees the count drop.
+    if (--m_helpers == 0)
+        m_helpersDone.notify_all();
+}
+
+// Called with the mutex held. A helper that the pool starts late, after the
+// others have finished the tree, finds nothing to do and ends at once.
+void Walk::startHelper()
+{
+    ++m_helpers;
+    PLINTHD_HANDOFF_RELEASE(this);
+    walkPool().start([this] {
+        PLINTHD_HANDOFF_ACQUIRE(this);
+        lowerThisThreadOnce();
+        work();
+    });
 }
 
 // Called with the mutex held.
 void Walk::startHelperIfWorthIt()
 {
-    if (int(m_helpers.size()) + 1 >= m_maxThreads || m_pending.empty() || m_entriesBeforeHelpers < 0
+    if (m_helpers >= m_maxThreads || m_pending.empty() || m_entriesBeforeHelpers < 0
         || m_entries < m_entriesBeforeHelpers)
         return;
-    try {
-        m_helpers.emplace_back(&Walk::work, this);
-    } catch (const std::system_error &error) {
-        // No thread to be had: the threads already running finish the walk.
-        qCDebug(lcPlinthd) << "Directory walk stays on fewer threads:" << error.what();
-    }
+    startHelper();
 }
 
 void Walk::visit(DirNode *node, std::vector<DirNode *> &found, std::vector<char> &buffer, Listing &listing)
@@ -450,6 +466,7 @@ void DirectoryWalker::setEntriesBeforeHelpers(qint64 entries)
 
 qint64 DirectoryWalker::size(const QString &path) const
 {
+    TestHold::waitFor("PLINTHD_TEST_HOLD_WALKS");
     Walk walk(m_ownerUid, m_maxThreads, m_entriesBeforeHelpers);
     return walk.run(path, m_excluded);
 }

@@ -17,14 +17,17 @@
 //
 // It gets there without paths: directories are opened relative to their
 // parent's descriptor and listed with getdents64, every entry costs one
-// fstatat, and the work is shared by a few threads of the walk's own. The
-// caller's thread always takes part, so a walk never waits on a thread pool.
+// fstatat. The caller's thread lists the top directory; the tree below is
+// walked by threads of the walk pool that every walk of the daemon shares
+// (as many as the machine has cores, at a lower priority), while the caller
+// waits. So concurrent walks share the cores instead of each starting threads
+// of its own.
 class DirectoryWalker
 {
 public:
     explicit DirectoryWalker(uint ownerUid, const QSet<QString> &excluded = QSet<QString>());
 
-    // Threads one walk may use, the calling thread included (at least 1).
+    // Threads of the walk pool one walk may use at once (at least 1).
     void setMaxThreads(int threads);
     // Entries listed before more threads join (a thread costs more than a
     // small tree); negative: never. For tests and measurements.

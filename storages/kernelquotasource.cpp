@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "kernelquotasource.h"
 
+#include "testhold.h"
+
 #include <sys/quota.h>
 
 std::optional<quint64> KernelQuotaSource::userBlockSoftLimit(const QByteArray &device, uint uid) const
 {
+    TestHold::waitFor("PLINTHD_TEST_HOLD_QUOTA");
     struct if_dqblk quota = {};
     // Command word 0x80000700; only the soft block limit is of interest.
     if (::quotactl(QCMD(Q_GETQUOTA, USRQUOTA), device.constData(), int(uid),

@@ -66,8 +66,8 @@ QString driveType(int connectionBus)
 StoragesInfo::StoragesInfo(QObject *parent)
     : QObject(parent), quotaSource(std::make_unique<KernelQuotaSource>())
 {
-    // Asked from pool threads and from the main thread alike; the client
-    // knows which connection each may use.
+    // Asked from the main thread only, before a query that needs the user
+    // goes to a worker.
     userManager = new UserManagerClient(this);
     partitionManager = new PartitionManager(this);
     partitionManager->refresh();
@@ -77,6 +77,18 @@ StoragesInfo::StoragesInfo(QObject *parent)
 }
 
 StoragesInfo::~StoragesInfo() = default;
+
+void StoragesInfo::askCurrentUser(const CurrentUserAnswer &answer)
+{
+    userManager->currentUser([answer](const QDBusMessage &message) {
+        // A reply of another type than "u" counts as no answer, like an error.
+        const QDBusReply<uint> reply(message);
+        CurrentUser user;
+        user.known = reply.isValid();
+        user.uid = user.known ? reply.value() : 0;
+        answer(user);
+    });
+}
 
 QVariantMap StoragesInfo::getExternalStorageInfo()
 {
@@ -233,11 +245,11 @@ QVariantMap StoragesInfo::getInternalStorageInfo()
 {
     QMutexLocker locker(&mutex);
     partitionManager->refresh();
-    fillPartitionsSummary(InternalMemoryPartitions, internalStorageInfo);
+    fillPartitionsSummary(InternalMemoryPartitions, internalStorageInfo, CurrentUser());
     return internalStorageInfo;
 }
 
-QVariantMap StoragesInfo::getInternalUserPartitionInfo()
+QVariantMap StoragesInfo::getInternalUserPartitionInfo(const CurrentUser &user)
 {
     QVariantMap result;
     uint uid = 0;
@@ -245,8 +257,8 @@ QVariantMap StoragesInfo::getInternalUserPartitionInfo()
     {
         QMutexLocker locker(&mutex);
         partitionManager->refresh();
-        fillPartitionsSummary(UserDataPartitions, result);
-        ok = getCurrentUid(uid);
+        fillPartitionsSummary(UserDataPartitions, result, user);
+        ok = getCurrentUid(user, uid);
     }
     // The walks run unlocked: other queries need not wait for them.
     if (ok)
@@ -259,22 +271,22 @@ QVariantMap StoragesInfo::getSystemStorageInfo()
     return SystemStorageCategories::measure();
 }
 
-QuotaInfoMap StoragesInfo::getUsersQuotaInfo()
+QuotaInfoMap StoragesInfo::getUsersQuotaInfo(const CurrentUser &user)
 {
     QVariantMap summary;
     uint uid = 0;
     {
         QMutexLocker locker(&mutex);
         partitionManager->refresh();
-        fillPartitionsSummary(UserDataPartitions, summary);
-        if (!getCurrentUid(uid))
+        fillPartitionsSummary(UserDataPartitions, summary, user);
+        if (!getCurrentUid(user, uid))
             return QuotaInfoMap();
     }
     const UserStorageBreakdown breakdown(*quotaSource);
     return UserQuotaReport(breakdown).collect(uid, summary);
 }
 
-void StoragesInfo::fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map)
+void StoragesInfo::fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map, const CurrentUser &user)
 {
     map.clear();
     qint64 total = 0;
@@ -293,7 +305,7 @@ void StoragesInfo::fillPartitionsSummary(Partition::StorageTypes types, QVariant
         } else if (types == UserDataPartitions || types == UserPartitionOnly) {
             total += partition.bytesTotalLimit();
             available += partition.bytesAvailable();
-            label = QStringLiteral("%1 %2").arg(currentUserName(), FigureKeys::PartitionWord);
+            label = QStringLiteral("%1 %2").arg(currentUserName(user), FigureKeys::PartitionWord);
         } else {
             map.clear();
             return;
@@ -312,20 +324,22 @@ void StoragesInfo::fillInternalUserStorageInfo(const uint &uid, QVariantMap &map
     UserStorageBreakdown(*quotaSource).fill(uid, map);
 }
 
-bool StoragesInfo::getCurrentUid(uint &uid)
+// Every place that needs the current user reads the one answer the query
+// began with, and warns on its own when there was none, as it would have
+// after asking the user manager itself.
+bool StoragesInfo::getCurrentUid(const CurrentUser &user, uint &uid)
 {
-    const QDBusReply<uint> reply = userManager->currentUser();
-    if (!reply.isValid()) {
+    if (!user.known) {
         qCWarning(lcPlinthd).noquote() << "getCurrentUid" << "Failed to get current user uid.";
         return false;
     }
-    uid = reply.value();
+    uid = user.uid;
     return true;
 }
 
-QString StoragesInfo::currentUserName()
+QString StoragesInfo::currentUserName(const CurrentUser &user)
 {
     uint uid = UnknownUid;
-    getCurrentUid(uid);
+    getCurrentUid(user, uid);
     return DeviceUsers::userName(uid);
 }

@@ -12,6 +12,7 @@
 
 #include <partition.h>
 
+#include <functional>
 #include <memory>
 
 class PartitionManager;
@@ -20,16 +21,17 @@ class UserManagerClient;
 
 // The storage provider behind StoragesService. It owns the partition manager
 // and keeps a grouped picture of the external (removable) partitions: the
-// summary map, the partition maps of each drive and the drive maps. Queries
-// run on pool threads (the service starts them) and on the main thread (the
-// drive list); the partition manager's notifications arrive on the main
-// thread.
+// summary map, the partition maps of each drive and the drive maps. The
+// queries run on workers (the service starts them) and never talk to a peer:
+// what they need from the user manager, the current user, the main thread
+// asks for first (askCurrentUser) and hands in. The partition manager's
+// notifications arrive on the main thread.
 //
 // Locking:
-//   mutex        serialises the queries with each other, for their whole use
-//                of the partition manager and the user manager. The slots
-//                never take it, so a change is announced at once even while a
-//                long query runs.
+//   mutex        serialises the queries with each other, for their use of the
+//                partition manager (a refresh and the reading of its list).
+//                Only workers take it; the slots never do, so a change is
+//                announced at once even while a long query runs.
 //   pictureLock  guards externalStorageInfo, partitionsByDrive and drives.
 //                A rebuild computes the new picture in locals, from a copy of
 //                the partition list (PartitionManager guards its own list),
@@ -46,16 +48,32 @@ public:
     explicit StoragesInfo(QObject *parent = nullptr);
     ~StoragesInfo() override;
 
+    // Who the user manager said the current user is, when a query began.
+    struct CurrentUser
+    {
+        bool known = false;
+        uint uid = 0;
+    };
+    using CurrentUserAnswer = std::function<void(const CurrentUser &user)>;
+
+    // Main thread only: asks the user manager (a round trip shared with the
+    // other callers asking at the same time); `answer` runs in the event loop.
+    void askCurrentUser(const CurrentUserAnswer &answer);
+
+    // The queries. Any thread but the main one: they refresh the partitions
+    // (statvfs of every mount), walk directories and ask the kernel.
     QVariantMap getExternalStorageInfo();
     QVariantMapList getExternalStorageDrivesInfo();
 
     // The internal memory as one figure, the user partition broken down for
     // the current user, the system categories and the users' quotas. The
     // directory walks run outside `mutex`; the system categories take no lock.
+    // Without a known current user the figures that need one are left out,
+    // with the warning of each place that needed it.
     QVariantMap getInternalStorageInfo();
-    QVariantMap getInternalUserPartitionInfo();
+    QVariantMap getInternalUserPartitionInfo(const CurrentUser &user);
     QVariantMap getSystemStorageInfo();
-    QuotaInfoMap getUsersQuotaInfo();
+    QuotaInfoMap getUsersQuotaInfo(const CurrentUser &user);
 
 signals:
     void externalStorageChanged(QVariantMap updatedStorage);
@@ -83,10 +101,10 @@ private:
 
     // Sizes and file-system type of the partitions of `types` (7: the internal
     // memory, 6 or 2: the user partition), and their label.
-    void fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map);
+    void fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map, const CurrentUser &user);
     void fillInternalUserStorageInfo(const uint &uid, QVariantMap &map);
-    bool getCurrentUid(uint &uid);
-    QString currentUserName();
+    static bool getCurrentUid(const CurrentUser &user, uint &uid);
+    static QString currentUserName(const CurrentUser &user);
 
     qint64 externalTotalBytes = 0;
     PartitionManager *partitionManager = nullptr;

@@ -1,79 +1,35 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "storagesservice.h"
 
+#include "delayedreply.h"
+#include "sharedcomputation.h"
 #include "storagesadaptor.h"
-#include "storagesinfo.h"
-#include "threadhandoff.h"
+#include "unsharedcopy.h"
 
-#include <QDBusConnection>
-#include <QDBusMessage>
 #include <QDebug>
-#include <QException>
-#include <QFutureInterface>
-#include <QRunnable>
+#include <QThread>
 #include <QThreadPool>
 
 static const QString ServiceName = QStringLiteral("org.norvu.plinth");
 static const QString ObjectPath = QStringLiteral("/org/norvu/plinth/Storages");
 
-// One query started by a D-Bus call: what QtConcurrent::run makes of a
-// functor (a runnable with a future nobody waits on), written out so that the
-// hand-over to the pool thread can be shown to ThreadSanitizer. It keeps its
-// own copies of the connection and the call, answers on the pool thread and
-// is deleted by the pool.
-class StoragesService::QueryTask : public QRunnable, public QFutureInterface<void>
+namespace {
+
+// Distinct computations of one kind under way at once: as many as the pool
+// has threads, so that one kind cannot fill the pool's queue with walks that
+// differ only in their user while the other kinds wait behind them.
+int computationsPerKind()
 {
-public:
-    QueryTask(const QDBusConnection &connection, const QDBusMessage &call, QueryType type,
-              const StoragesService *service)
-        : m_connection(connection), m_call(call), m_type(type), m_service(service)
-    {
-    }
+    return qMax(1, QThread::idealThreadCount());
+}
 
-    void start()
-    {
-        QThreadPool *pool = QThreadPool::globalInstance();
-        setThreadPool(pool);
-        setRunnable(this);
-        reportStarted();
-        PLINTHD_HANDOFF_RELEASE(this);
-        pool->start(this, 0);
-    }
-
-    // A query that throws sends no reply: the caller runs into its own
-    // time-out, as with any lost call.
-    void run() override
-    {
-        PLINTHD_HANDOFF_ACQUIRE(this);
-        if (isCanceled()) {
-            reportFinished();
-            return;
-        }
-        try {
-            const QVariantMap result = m_service->runQuery(m_type);
-            m_connection.send(m_call.createReply(QVariantList{QVariant(result)}));
-        } catch (const QException &e) {
-            reportException(e);
-        } catch (...) {
-            reportException(QUnhandledException());
-        }
-        // The service is deleted only after the pool has run dry (the
-        // daemon waits for it); this is the task's last use of it.
-        PLINTHD_HANDOFF_RELEASE(m_service);
-        reportFinished();
-    }
-
-private:
-    QDBusConnection m_connection;
-    const QDBusMessage m_call;
-    const QueryType m_type;
-    const StoragesService *const m_service;
-};
+} // namespace
 
 StoragesService::StoragesService(QObject *parent)
     : BasicService(ServiceName, ObjectPath, parent)
 {
     storagesInfo = new StoragesInfo(this);
+    computations = new SharedComputation(QThreadPool::globalInstance(), computationsPerKind(), this);
     setAdaptor(new StoragesAdaptor(this));
     if (!adaptor())
         qCritical() << "StoragesAdaptor is not created";
@@ -83,76 +39,120 @@ StoragesService::StoragesService(QObject *parent)
     connect(storagesInfo, &StoragesInfo::externalDriveChanged, this, &StoragesService::externalDriveChanged);
 }
 
-// The provider goes first, while the object is still registered: queries still
-// running are awaited by the daemon before it deletes the services.
+// The provider goes first, while the object is still registered: computations
+// still running are awaited by the daemon before it deletes the services.
 StoragesService::~StoragesService()
 {
-    PLINTHD_HANDOFF_ACQUIRE(this);
+    delete computations;
+    computations = nullptr;
     delete storagesInfo;
     storagesInfo = nullptr;
 }
 
+// Each method answers later; what it returns here is discarded by the D-Bus
+// layer. An in-process call has nobody to send a late answer to: it gets the
+// empty value and starts nothing.
 QVariantMap StoragesService::getInternalStorageInfo()
 {
-    return tryStartQuery(InternalStorage);
+    answerLater(InternalStorageFigures);
+    return QVariantMap();
 }
 
 QVariantMap StoragesService::getInternalUserPartitionInfo()
 {
-    return tryStartQuery(InternalUserPartition);
+    answerLater(UserPartitionFigures);
+    return QVariantMap();
 }
 
 QVariantMap StoragesService::getExternalStorageInfo()
 {
-    return tryStartQuery(ExternalStorage);
+    answerLater(ExternalStorageFigures);
+    return QVariantMap();
 }
 
 QVariantMapList StoragesService::getExternalStorageDrivesInfo()
 {
-    return storagesInfo->getExternalStorageDrivesInfo();
+    answerLater(ExternalDrives);
+    return QVariantMapList();
 }
 
 QVariantMap StoragesService::getSystemStorageInfo()
 {
-    return tryStartQuery(SystemStorage);
+    answerLater(SystemStorageFigures);
+    return QVariantMap();
 }
 
 QuotaInfoMap StoragesService::getUsersQuotaInfo()
 {
-    return storagesInfo->getUsersQuotaInfo();
+    answerLater(UsersQuota);
+    return QuotaInfoMap();
 }
 
 // The adaptor calls the service within the D-Bus dispatch, so the context of
 // the call being served is ours here (Qt hands an adaptor's context to its
-// parent). The task keeps copies of the connection and the message: the
-// caller's message is gone by the time the task answers.
-QVariantMap StoragesService::tryStartQuery(QueryType type)
+// parent).
+void StoragesService::answerLater(Computation computation)
 {
-    // An in-process call has nobody to send a late answer to; it gets the
-    // empty map and starts nothing.
     if (!calledFromDBus())
-        return QVariantMap();
-
-    // A caller that wants no reply still gets its query run and a reply sent;
-    // only the delayed-reply bookkeeping is skipped.
-    if (message().isReplyRequired())
-        setDelayedReply(true);
-
-    (new QueryTask(connection(), message(), type, this))->start();
-    return QVariantMap();
+        return;
+    const DelayedReply reply(*this);
+    if (!needsCurrentUser(computation)) {
+        compute(computation, StoragesInfo::CurrentUser(), reply);
+        return;
+    }
+    storagesInfo->askCurrentUser([this, computation, reply](const StoragesInfo::CurrentUser &user) {
+        compute(computation, user, reply);
+    });
 }
 
-QVariantMap StoragesService::runQuery(QueryType type) const
+void StoragesService::compute(Computation computation, const StoragesInfo::CurrentUser &user,
+                              const DelayedReply &reply)
 {
-    switch (type) {
-    case ExternalStorage:
+    // The same query for the same user is the same computation.
+    const QString key = QStringLiteral("%1 %2").arg(int(computation)).arg(
+            !needsCurrentUser(computation) ? QString() : user.known ? QString::number(user.uid)
+                                                                    : QStringLiteral("unknown"));
+    computations->run(
+            computation, key,
+            [this, computation, user] { return UnsharedCopy::of(runComputation(computation, user)); },
+            [computation, reply](const QVariant &result) {
+                reply.send(result.isValid() ? result : neutralAnswer(computation));
+            });
+}
+
+// On a worker.
+QVariant StoragesService::runComputation(Computation computation, const StoragesInfo::CurrentUser &user) const
+{
+    switch (computation) {
+    case ExternalStorageFigures:
         return storagesInfo->getExternalStorageInfo();
-    case InternalStorage:
+    case InternalStorageFigures:
         return storagesInfo->getInternalStorageInfo();
-    case InternalUserPartition:
-        return storagesInfo->getInternalUserPartitionInfo();
-    case SystemStorage:
+    case UserPartitionFigures:
+        return storagesInfo->getInternalUserPartitionInfo(user);
+    case SystemStorageFigures:
         return storagesInfo->getSystemStorageInfo();
+    case ExternalDrives:
+        return QVariant::fromValue(storagesInfo->getExternalStorageDrivesInfo());
+    case UsersQuota:
+        return QVariant::fromValue(storagesInfo->getUsersQuotaInfo(user));
     }
-    return QVariantMap();
+    return QVariant();
+}
+
+bool StoragesService::needsCurrentUser(Computation computation)
+{
+    return computation == UserPartitionFigures || computation == UsersQuota;
+}
+
+QVariant StoragesService::neutralAnswer(Computation computation)
+{
+    switch (computation) {
+    case ExternalDrives:
+        return QVariant::fromValue(QVariantMapList());
+    case UsersQuota:
+        return QVariant::fromValue(QuotaInfoMap());
+    default:
+        return QVariantMap();
+    }
 }

@@ -4,19 +4,24 @@
 
 #include "basicservice.h"
 #include "dbustypes.h"
+#include "storagesinfo.h"
 
 #include <QDBusContext>
 
-class StoragesInfo;
+class DelayedReply;
+class SharedComputation;
 
 // "/org/norvu/plinth/Storages": internal memory, user partition, external drives,
 // quotas and system categories.
 //
-// Four methods are queries that may take long (sizing partitions, walking
-// directories, reading the package database). Called over D-Bus they take the
-// reply over, run on the global thread pool and answer from there, so the main
-// thread stays free for the other objects. Every call gets its own task and
-// its own reply: nothing is merged, queued or refused.
+// Every method needs a medium (sizing partitions, walking directories, asking
+// the kernel for quotas, reading the package database), and some need the
+// current user from the user manager. Called over D-Bus, each takes its reply
+// over and returns at once: the main thread asks the user manager when the
+// query needs the user, hands the answer to a worker, and sends the reply
+// when the worker's result comes back. So the main thread stays free for the
+// other objects however slow a medium or a peer is. Identical queries in
+// flight share one computation (SharedComputation).
 class StoragesService : public BasicService, protected QDBusContext
 {
     Q_OBJECT
@@ -47,12 +52,25 @@ public slots:
     QuotaInfoMap getUsersQuotaInfo();
 
 private:
-    class QueryTask;
+    // What a worker computes: the four queries of QueryType and the two
+    // answered in other shapes.
+    enum Computation {
+        InternalStorageFigures = InternalStorage,
+        UserPartitionFigures = InternalUserPartition,
+        ExternalStorageFigures = ExternalStorage,
+        SystemStorageFigures = SystemStorage,
+        ExternalDrives,
+        UsersQuota
+    };
 
-    QVariantMap tryStartQuery(QueryType type);
-    QVariantMap runQuery(QueryType type) const;
+    void answerLater(Computation computation);
+    void compute(Computation computation, const StoragesInfo::CurrentUser &user, const DelayedReply &reply);
+    QVariant runComputation(Computation computation, const StoragesInfo::CurrentUser &user) const;
+    static bool needsCurrentUser(Computation computation);
+    static QVariant neutralAnswer(Computation computation);
 
     StoragesInfo *storagesInfo = nullptr;
+    SharedComputation *computations = nullptr;
 };
 
 #endif // PLINTHD_STORAGESSERVICE_H

@@ -247,6 +247,18 @@ def vm_rss_kib(pid):
     raise AssertionError('no VmRSS for %d' % pid)
 
 
+def private_dirty_kib(pid):
+    """The memory process PID has written and no other process shares (heap,
+    stacks, written data), in KiB. Clean private pages are left out: they are
+    library pages that no other process maps at the moment, and they come and
+    go as other processes start and stop."""
+    with open('/proc/%d/smaps_rollup' % pid) as f:
+        for line in f:
+            if line.startswith('Private_Dirty:'):
+                return int(line.split()[1])
+    raise AssertionError('no Private_Dirty for %d' % pid)
+
+
 # Sends its calls and leaves at once, without reading a reply. Arguments: the
 # bus address, the number of calls, and the calls as JSON [path, interface,
 # method] triples, taken in turn.

@@ -128,6 +128,11 @@ BUS_CONFIG = '''<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Config
 </busconfig>
 '''
 
+# The same with dbus-daemon's default limits, among them the 128 calls one
+# connection may have outstanding, as on a real system bus.
+DEFAULT_LIMITS_BUS_CONFIG = BUS_CONFIG.replace(
+    '  <limit name="max_replies_per_connection">50000</limit>\n', '')
+
 
 class PrivateSystemBus:
     """A dbus-daemon of its own, configured like a system bus but open to all.

@@ -70,7 +70,7 @@ class HastyStorageClientsTest(StorageLoadTestCase):
 
     def test_clients_gone_before_their_delayed_replies(self):
         daemon, where = self.start_with_sd_card()
-        # Queries with delayed replies: the pool threads reply to peers that are gone.
+        # Queries with delayed replies: once computed, they are answered to peers that are gone.
         delayed = [c for c in self.calls(where) if c.method in (
             'getExternalStorageInfo', 'getSystemStorageInfo', 'getInternalUserPartitionInfo')]
         loadclients.hasty_clients(self.system_bus.address, CLIENTS, 150, delayed)

@@ -3,7 +3,9 @@
 """The shipped systemd unit and activation file, as configured in the build tree.
 
 systemd-analyze judges the unit: it must be valid, and the sandbox must keep
-its exposure at 2.0 or below (a property of the file, not of the machine).
+its exposure at 2.1 or below (a property of the file, not of the machine): 2.0
+and 0.1 for the one system call of @resources the walks need (setpriority,
+the unit's comment says why).
 """
 
 import os
@@ -19,7 +21,7 @@ BUILD_DIR = os.environ.get('PLINTHD_BUILD_DIR', '')
 SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', '')
 UNIT = os.path.join(BUILD_DIR, 'data', 'plinthd.service')
 ACTIVATION = os.path.join(BUILD_DIR, 'data', 'org.norvu.plinth.service')
-MAX_EXPOSURE = 2.0
+MAX_EXPOSURE = 2.1
 
 
 def read_keys(path):

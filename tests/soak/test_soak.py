@@ -18,7 +18,10 @@ the seed before the run, starts, stops, stalls (SIGSTOP for longer than the
 daemon's call time-out) and fails (error replies) the user manager, systemd,
 oFono and the policy manager, plugs and unplugs an SD card (umockdev), mounts
 and unmounts its first partition, adds and removes modems and rewrites the SIM
-settings. The same seed gives the same schedule; which call meets which peer
+settings. In the second round the user manager is instead stopped for
+PAUSE_SECONDS at a time, again and again, with calls that need it held
+meanwhile and answered with its real answers when it goes on (no other peer
+stalls in that round). The same seed gives the same schedule; which call meets which peer
 state still depends on the machine's timing, so every reply is checked against
 each state the world was in while it was on its way (plus a short lag, as the
 daemon hears of some changes only through signals):
@@ -65,7 +68,7 @@ ROUNDS = 3
 CLIENTS = 16
 IN_FLIGHT = 4
 
-# QtDBus's default time-out of the daemon's blocking calls to its peers.
+# QtDBus's default time-out of the daemon's calls to its peers.
 PEER_CALL_TIMEOUT = 25
 # A stalled peer is stopped for longer than that.
 STALL_SECONDS = PEER_CALL_TIMEOUT + 5
@@ -77,11 +80,17 @@ REPLY_DEADLINE = STALL_SECONDS + PEER_CALL_TIMEOUT + 35
 # reach its answers a little later than they happen.
 SIGNAL_LAG = 5.0
 # Calls whose answers depend on a peer are drawn this many times as often as
-# the others, and the user manager's events (the peer asked from two threads)
-# as often as the other events: where peers fail is where the daemon is
-# weakest.
+# the others, and the user manager's events (the peer the locale and the user
+# figures wait for) as often as the other events: where peers fail is where
+# the daemon is weakest.
 PEER_WEIGHT = 5
 USER_MANAGER_WEIGHT = 3
+# The round (counted from 1) in which the user manager is stopped for
+# PAUSE_SECONDS at a time, shorter than the daemon's time-out: every call held
+# meanwhile must get the user's real answer, with PAUSE_GAP seconds between.
+PAUSE_ROUND = 2
+PAUSE_SECONDS = 10
+PAUSE_GAP = 4
 # Seconds between chaos events, drawn evenly from this range.
 EVENT_GAP = (0.3, 2.5)
 RSS_GROWTH_LIMIT_KIB = 1024
@@ -365,15 +374,22 @@ EVENTS = (
 )
 
 
-def draw_schedule(rng, seconds):
+def draw_schedule(rng, seconds, pauses=False):
     """[(offset, event name, argument)] for a run of SECONDS, from RNG alone.
 
     Drawn against a model of the state, so that every event applies when its
     time comes. A stall ends STALL_SECONDS later with a resume of its own; only
     one peer stalls at a time, so that a call waits for one stall at most.
+    With PAUSES the user manager is stopped for PAUSE_SECONDS at a time instead,
+    and no other event touches it or stalls a peer.
     """
     state = dict(INITIAL_WORLD)
     schedule = []
+    if pauses:
+        at = rng.uniform(*EVENT_GAP)
+        while at + PAUSE_SECONDS < seconds:
+            schedule += [(at, 'user_manager.stall', None), (at + PAUSE_SECONDS, 'user_manager.resume', None)]
+            at += PAUSE_SECONDS + PAUSE_GAP
     stalled_until = 0.0
     resumes = {}
     offset = rng.uniform(*EVENT_GAP)
@@ -383,7 +399,8 @@ def draw_schedule(rng, seconds):
                 state[peer] = UP
                 del resumes[peer]
         possible = [e for e in EVENTS if e[1](state)
-                    and not (e[0].endswith('.stall') and (offset < stalled_until or offset + STALL_SECONDS > seconds))]
+                    and not (e[0].endswith('.stall') and (offset < stalled_until or offset + STALL_SECONDS > seconds))
+                    and not (pauses and (e[0].startswith('user_manager.') or e[0].endswith('.stall')))]
         weights = [USER_MANAGER_WEIGHT if e[0].startswith('user_manager.') else 1 for e in possible]
         name, _, effect = rng.choices(possible, weights)[0]
         argument = None
@@ -641,7 +658,8 @@ class SoakTest(simtest.SimTestCase, storagebench.StorageTestCase):
             return self.reproduce()
         seconds = self.options['seconds']
         rng = random.Random(self.seed)
-        schedules = [draw_schedule(rng, seconds / ROUNDS) for _ in range(ROUNDS)]
+        schedules = [draw_schedule(rng, seconds / ROUNDS, pauses=number == PAUSE_ROUND)
+                     for number in range(1, ROUNDS + 1)]
         rngs = [random.Random(rng.random()) for _ in range(CLIENTS)]
 
         for peer in ('user_manager', 'systemd', 'policy_manager', 'ofono'):

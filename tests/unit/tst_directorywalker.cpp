@@ -13,6 +13,8 @@
 #include <QtTest>
 
 #include <random>
+#include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -355,13 +357,71 @@ private slots:
         TreeMaker maker(99);
         maker.make(root, 3, 24);
         const qint64 expected = referenceDirectorySize(temporary.path(), {}, 0);
-        // The walk lowers the calling thread's priority only while it runs.
+        // The walk never changes the calling thread's priority.
         const int priority = ::getpriority(PRIO_PROCESS, id_t(::gettid()));
         for (int round = 0; round < 10; ++round) {
             QCOMPARE(fastSize(temporary.path(), {}, 0, 2), expected);
             QCOMPARE(fastSize(temporary.path(), {}, 0, 8), expected);
         }
         QCOMPARE(::getpriority(PRIO_PROCESS, id_t(::gettid())), priority);
+    }
+
+    // Walks at once share one pool of as many threads as there are cores;
+    // those threads, and only they, run at a lower priority, and the threads
+    // that asked for the walks keep theirs.
+    void concurrentWalksShareOneLoweredPool()
+    {
+        const int ownPriority = ::getpriority(PRIO_PROCESS, id_t(::gettid()));
+        if (ownPriority >= 10)
+            QSKIP("the test runs at a priority as low as the walks' already");
+        // Folders of the walking user's own, so that there is a tree to share.
+        Scratch temporary;
+        for (int folder = 0; folder < 64; ++folder) {
+            const QString path = QStringLiteral("%1/d%2/e").arg(temporary.path()).arg(folder);
+            QVERIFY(QDir().mkpath(path));
+            QFile file(path + QStringLiteral("/f"));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(QByteArray(folder, 'x'));
+        }
+        const uint owner = ::geteuid();
+        const qint64 expected = referenceDirectorySize(temporary.path(), {}, owner);
+        QVERIFY(expected > 0);
+
+        constexpr int Walkers = 4;
+        std::vector<qint64> sizes(Walkers);
+        std::vector<int> priorityChanged(Walkers);
+        std::vector<std::thread> walkers;
+        for (int i = 0; i < Walkers; ++i) {
+            walkers.emplace_back([&, i] {
+                const int before = ::getpriority(PRIO_PROCESS, id_t(::gettid()));
+                for (int round = 0; round < 5; ++round)
+                    sizes[i] = fastSize(temporary.path(), {}, owner, 8);
+                priorityChanged[i] = ::getpriority(PRIO_PROCESS, id_t(::gettid())) != before;
+            });
+        }
+        for (std::thread &walker : walkers)
+            walker.join();
+        for (int i = 0; i < Walkers; ++i) {
+            QCOMPARE(sizes[i], expected);
+            QCOMPARE(priorityChanged[i], 0);
+        }
+
+        // The pool's threads stay for a while after the walks.
+        int lowered = 0;
+        const QStringList tasks = QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        for (const QString &task : tasks) {
+            QFile stat(QStringLiteral("/proc/self/task/%1/stat").arg(task));
+            QVERIFY(stat.open(QIODevice::ReadOnly));
+            const QByteArray line = stat.readAll();
+            // The fields after the command name: the 19th of the line, the
+            // nice value, is the 17th of them.
+            const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+            if (fields.value(16).toInt() > ownPriority)
+                ++lowered;
+        }
+        QVERIFY(lowered >= 1);
+        QVERIFY2(lowered <= qMax(1, QThread::idealThreadCount()), QByteArray::number(lowered).constData());
+        QCOMPARE(::getpriority(PRIO_PROCESS, id_t(::gettid())), ownPriority);
     }
 };
 

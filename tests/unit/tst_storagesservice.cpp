@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // StoragesService on a private system bus (PRIVATE_BUS in CMakeLists): the
-// delayed replies from the pool, seen from a client connection of its own.
+// delayed replies of computations on the pool, seen from a client connection
+// of its own. No user manager is on the bus: the queries that need the
+// current user are answered without it, as they must be.
+#include "sharedcomputation.h"
 #include "storagesservice.h"
 
 #include <QDBusConnection>
@@ -10,6 +13,9 @@
 #include <QSemaphore>
 #include <QThreadPool>
 #include <QtTest>
+
+#include <functional>
+#include <memory>
 
 namespace {
 
@@ -130,34 +136,62 @@ private slots:
         }
     }
 
-    void synchronousMethodsAnswerBeforePendingQuery()
+    // Every method needs a medium: none answers in the dispatch, all answer
+    // once the pool has computed, and the dispatch goes on meanwhile.
+    void everyMethodAnswersOnceComputed()
     {
-        QThreadPool *pool = QThreadPool::globalInstance();
-        QVERIFY(pool->waitForDone(5000));
-        pool->setMaxThreadCount(1);
-        QSemaphore started;
         QSemaphore release;
-        pool->start(new Blocker(&started, &release));
-        // A failed check must not leave the pool blocked for the next tests.
-        auto releaseOnExit = qScopeGuard([&release] {
-            if (release.available() == 0)
-                release.release();
-        });
-        QVERIFY(started.tryAcquire(1, 5000));
+        auto releaseOnExit = blockThePool(&release);
+        QVERIFY(releaseOnExit);
 
-        QDBusPendingCall query = m_client->asyncCall(call(QStringLiteral("getExternalStorageInfo")));
-        QDBusPendingCall drives = m_client->asyncCall(call(QStringLiteral("getExternalStorageDrivesInfo")));
-        QDBusPendingCall quota = m_client->asyncCall(call(QStringLiteral("getUsersQuotaInfo")));
-        QTRY_VERIFY_WITH_TIMEOUT(drives.isFinished() && quota.isFinished(), 10000);
-        QCOMPARE(drives.reply().signature(), QStringLiteral("aa{sv}"));
-        QCOMPARE(quota.reply().signature(), QStringLiteral("a{sa{sv}}"));
+        const QStringList methods{"getInternalStorageInfo", "getInternalUserPartitionInfo", "getExternalStorageInfo",
+                                  "getExternalStorageDrivesInfo", "getSystemStorageInfo", "getUsersQuotaInfo"};
+        QVector<QDBusPendingCall> calls;
+        for (const QString &method : methods)
+            calls.append(m_client->asyncCall(call(method)));
+        // Introspection is answered by the dispatch itself.
+        const QDBusMessage introspection = answer(m_client->asyncCall(QDBusMessage::createMethodCall(
+                Service, Path, QStringLiteral("org.freedesktop.DBus.Introspectable"), QStringLiteral("Introspect"))));
+        QCOMPARE(introspection.type(), QDBusMessage::ReplyMessage);
         QTest::qWait(100);
-        QVERIFY(!query.isFinished());
+        for (const QDBusPendingCall &pending : qAsConst(calls))
+            QVERIFY(!pending.isFinished());
 
         release.release();
-        QTRY_VERIFY_WITH_TIMEOUT(query.isFinished(), 10000);
-        releaseOnExit.dismiss();
-        QCOMPARE(query.reply().signature(), QStringLiteral("a{sv}"));
+        const QStringList signatures{"a{sv}", "a{sv}", "a{sv}", "aa{sv}", "a{sv}", "a{sa{sv}}"};
+        for (int i = 0; i < calls.size(); ++i) {
+            const QDBusMessage reply = answer(calls.at(i));
+            QCOMPARE(reply.type(), QDBusMessage::ReplyMessage);
+            QCOMPARE(reply.signature(), signatures.at(i));
+        }
+    }
+
+    void identicalQueriesInFlightShareOneComputation()
+    {
+        auto *computations = m_service->findChild<SharedComputation *>();
+        QVERIFY(computations);
+        QSemaphore release;
+        auto releaseOnExit = blockThePool(&release);
+        QVERIFY(releaseOnExit);
+
+        const quint64 startedBefore = computations->started();
+        constexpr int Callers = 50;
+        QVector<QDBusPendingCall> calls;
+        for (int i = 0; i < Callers; ++i)
+            calls.append(m_client->asyncCall(call(QStringLiteral("getSystemStorageInfo"))));
+        QTRY_COMPARE_WITH_TIMEOUT(computations->waitingCallers(), Callers, 10000);
+        QCOMPARE(computations->started() - startedBefore, quint64(1));
+
+        release.release();
+        const QDBusMessage first = answer(calls.at(0));
+        QCOMPARE(first.type(), QDBusMessage::ReplyMessage);
+        for (const QDBusPendingCall &pending : qAsConst(calls)) {
+            const QDBusMessage reply = answer(pending);
+            QCOMPARE(reply.type(), QDBusMessage::ReplyMessage);
+            QCOMPARE(qdbus_cast<QVariantMap>(reply.arguments().value(0)),
+                     qdbus_cast<QVariantMap>(first.arguments().value(0)));
+        }
+        QCOMPARE(computations->started() - startedBefore, quint64(1));
     }
 
 private:
@@ -175,6 +209,26 @@ private:
         while (!pending.isFinished() && timer.elapsed() < 10000)
             QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
         return pending.reply();
+    }
+
+    // Takes the pool's one thread until `release` is released; the returned
+    // guard releases it should the test fail first. Empty when the pool could
+    // not be blocked.
+    static std::unique_ptr<QSemaphore, std::function<void(QSemaphore *)>> blockThePool(QSemaphore *release)
+    {
+        QThreadPool *pool = QThreadPool::globalInstance();
+        if (!pool->waitForDone(5000))
+            return {};
+        pool->setMaxThreadCount(1);
+        QSemaphore started;
+        pool->start(new Blocker(&started, release));
+        std::unique_ptr<QSemaphore, std::function<void(QSemaphore *)>> guard(release, [](QSemaphore *semaphore) {
+            if (semaphore->available() == 0)
+                semaphore->release();
+        });
+        if (!started.tryAcquire(1, 5000))
+            return {};
+        return guard;
     }
 
     QObject m_parent;

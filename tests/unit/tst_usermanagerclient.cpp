@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// UserManagerClient on a private system bus (PRIVATE_BUS in CMakeLists):
-// many threads asking at once, with the user manager missing and present.
-//
-// The first case is the regression test of a crash: while every thread made
-// its blocking calls on the daemon's one shared connection, two error replies
-// that arrived at once had QtDBus free the same error text twice. Here that
-// happened within seconds; the AddressSanitizer build named it at once.
+// UserManagerClient and its shared round trips on a private system bus
+// (PRIVATE_BUS in CMakeLists), against a user manager of the test's own that
+// answers, holds its replies, or fails, on a connection of its own. Both ends
+// run in this thread's event loop: every call of the client is asynchronous.
 #include "usermanagerclient.h"
 
 #include <QDBusConnection>
@@ -13,135 +10,100 @@
 #include <QDBusContext>
 #include <QDBusError>
 #include <QDBusMessage>
-#include <QEventLoop>
-#include <QMutex>
-#include <QSet>
-#include <QThread>
+#include <QElapsedTimer>
 #include <QtTest>
 
-#include <atomic>
-#include <memory>
-#include <thread>
-#include <vector>
+#include <functional>
 
 namespace {
 
 const QString UserManagerService = QStringLiteral("org.brisaos.usermanager");
-constexpr int OtherThreads = 4;
-// Enough error replies for two of them to meet in the old code nearly every
-// run: about two seconds in the release build.
-constexpr int ErrorCallsPerThread = 10000;
-constexpr int AnsweredCallsPerThread = 200;
+const QString PeerConnection = QStringLiteral("user-manager");
+const QString FailedError = QStringLiteral("org.brisaos.usermanager.Error.Failed");
 constexpr uint OwnerUid = 100000;
+constexpr int Callers = 5;
+constexpr int WaitMilliseconds = 10000;
+// Long enough for a second call to reach the peer, were one sent.
+constexpr int SettleMilliseconds = 200;
+constexpr int ShortTimeout = 300;
 
-// The user manager's two methods. It notes on which connection each call came.
+// The user manager's two methods, answering at once, holding every reply
+// until told, or failing.
 class FakeUserManager : public QObject, protected QDBusContext
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.brisaos.usermanager")
 
 public:
-    QSet<QString> senders() const
+    enum Mode { Answer, Hold, Fail };
+
+    Mode mode = Answer;
+    QStringList calls; // "currentUser", "getUserLocale 100000", ...
+
+    // Answers every held call; returns how many there were.
+    int releaseHeld()
     {
-        QMutexLocker locker(&m_lock);
-        return m_senders;
+        for (const QDBusMessage &reply : qAsConst(m_held))
+            QDBusConnection(PeerConnection).send(reply);
+        const int count = m_held.size();
+        m_held.clear();
+        return count;
     }
 
 public slots:
     uint currentUser()
     {
-        note();
+        calls.append(QStringLiteral("currentUser"));
+        answer(QVariant(OwnerUid));
         return OwnerUid;
     }
 
     QString getUserLocale(uint uid)
     {
-        note();
-        return uid == OwnerUid ? QStringLiteral("en_US.utf8") : QString();
+        calls.append(QStringLiteral("getUserLocale %1").arg(uid));
+        const QString locale = uid == OwnerUid ? QStringLiteral("en_US.utf8") : QStringLiteral("fi_FI.utf8");
+        answer(locale);
+        return locale;
     }
 
 private:
-    void note()
+    void answer(const QVariant &value)
     {
-        QMutexLocker locker(&m_lock);
-        m_senders.insert(message().service());
+        if (mode == Answer)
+            return;
+        setDelayedReply(true);
+        if (mode == Fail)
+            QDBusConnection(PeerConnection).send(message().createErrorReply(FailedError, QStringLiteral("failed")));
+        else
+            m_held.append(message().createReply(value));
     }
 
-    mutable QMutex m_lock;
-    QSet<QString> m_senders;
+    QVector<QDBusMessage> m_held;
 };
 
-// The user manager on a plain thread of its own, with its own connection and
-// event loop: the threads that ask block on their calls, the main thread
-// among them. Everything it made is gone when stop() returns, and the thread
-// joined, so that ThreadSanitizer sees every hand-over.
-class UserManagerPeer
+// Collects the replies its callers got.
+struct Replies
 {
-public:
-    UserManagerPeer()
-        : m_thread([this] { serve(); })
-    {
-        while (!m_ready)
-            QThread::msleep(1);
-    }
+    QVector<QDBusMessage> messages;
 
-    ~UserManagerPeer()
+    SharedRoundTrip::Answer collector()
     {
-        if (m_thread.joinable())
-            stop();
+        return [this](const QDBusMessage &reply) { messages.append(reply); };
     }
-
-    // Ends the peer; returns the unique names of the connections that called it.
-    QSet<QString> stop()
-    {
-        QMetaObject::invokeMethod(m_loop, "quit", Qt::QueuedConnection);
-        m_thread.join();
-        return m_senders;
-    }
-
-private:
-    void serve()
-    {
-        const QString connectionName = QStringLiteral("user-manager");
-        {
-            QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SystemBus, connectionName);
-            FakeUserManager manager;
-            QEventLoop loop;
-            bus.registerObject(QStringLiteral("/"), &manager, QDBusConnection::ExportAllSlots);
-            bus.registerService(UserManagerService);
-            m_loop = &loop;
-            m_ready = true;
-            loop.exec();
-            bus.unregisterService(UserManagerService);
-            bus.unregisterObject(QStringLiteral("/"));
-            m_senders = manager.senders();
-        }
-        QDBusConnection::disconnectFromBus(connectionName);
-    }
-
-    QEventLoop *m_loop = nullptr;
-    std::atomic<bool> m_ready{false};
-    QSet<QString> m_senders;
-    std::thread m_thread;
 };
 
-// Runs `body` on `count` plain threads (ThreadSanitizer sees them start and
-// end) while the main thread runs `mainBody` until they are done.
-template<typename Body, typename MainBody>
-void runAtOnce(int count, Body body, MainBody mainBody)
+bool waitFor(const std::function<bool()> &condition, int milliseconds = WaitMilliseconds)
 {
-    std::atomic<int> running{count};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back([&] {
-            body();
-            --running;
-        });
-    }
-    while (running > 0)
-        mainBody();
-    for (auto &thread : threads)
-        thread.join();
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition() && timer.elapsed() < milliseconds)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    return condition();
+}
+
+void settle()
+{
+    waitFor([] { return false; }, SettleMilliseconds);
 }
 
 } // namespace
@@ -154,55 +116,161 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(QDBusConnection::systemBus().isConnected(), "needs a system bus");
+        QDBusConnection peer = QDBusConnection::connectToBus(QDBusConnection::SystemBus, PeerConnection);
+        QVERIFY(peer.isConnected());
+        QVERIFY(peer.registerObject(QStringLiteral("/"), &m_userManager, QDBusConnection::ExportAllSlots));
+        QVERIFY(peer.registerService(UserManagerService));
     }
 
-    void errorRepliesToManyThreadsAtOnce()
+    void cleanupTestCase()
     {
-        QVERIFY(!QDBusConnection::systemBus().interface()->isServiceRegistered(UserManagerService).value());
+        QDBusConnection::disconnectFromBus(PeerConnection);
+    }
+
+    void init()
+    {
+        m_userManager.mode = FakeUserManager::Answer;
+        m_userManager.calls.clear();
+    }
+
+    void severalCallersShareOneCall()
+    {
         UserManagerClient client;
-        std::atomic<int> wrong{0};
-        auto ask = [&] {
-            const QDBusMessage reply = client.currentUser();
-            if (reply.type() != QDBusMessage::ErrorMessage
-                || reply.errorName() != QDBusError::errorString(QDBusError::ServiceUnknown))
-                ++wrong;
-        };
-        int mainCalls = 0;
-        runAtOnce(OtherThreads, [&] {
-            for (int i = 0; i < ErrorCallsPerThread; ++i)
-                ask();
-        }, [&] {
-            ask();
-            ++mainCalls;
+        m_userManager.mode = FakeUserManager::Hold;
+        Replies replies;
+        for (int i = 0; i < Callers; ++i)
+            client.currentUser(replies.collector());
+        QVERIFY(waitFor([this] { return m_userManager.calls.size() == 1; }));
+        settle();
+        QCOMPARE(m_userManager.calls, QStringList{QStringLiteral("currentUser")});
+        QVERIFY(replies.messages.isEmpty());
+
+        QCOMPARE(m_userManager.releaseHeld(), 1);
+        QVERIFY(waitFor([&] { return replies.messages.size() == Callers; }));
+        for (const QDBusMessage &reply : qAsConst(replies.messages)) {
+            QCOMPARE(reply.type(), QDBusMessage::ReplyMessage);
+            QCOMPARE(reply.arguments().value(0).toUInt(), OwnerUid);
+        }
+        settle();
+        QCOMPARE(replies.messages.size(), Callers);
+    }
+
+    void eachUsersLocaleIsAQuestionOfItsOwn()
+    {
+        UserManagerClient client;
+        m_userManager.mode = FakeUserManager::Hold;
+        Replies owner;
+        Replies other;
+        client.userLocale(OwnerUid, owner.collector());
+        client.userLocale(OwnerUid + 1, other.collector());
+        client.userLocale(OwnerUid, owner.collector());
+        QVERIFY(waitFor([this] { return m_userManager.calls.size() == 2; }));
+        settle();
+        QCOMPARE(m_userManager.calls.size(), 2);
+
+        QCOMPARE(m_userManager.releaseHeld(), 2);
+        QVERIFY(waitFor([&] { return owner.messages.size() == 2 && other.messages.size() == 1; }));
+        for (const QDBusMessage &reply : qAsConst(owner.messages))
+            QCOMPARE(reply.arguments().value(0).toString(), QStringLiteral("en_US.utf8"));
+        QCOMPARE(other.messages.at(0).arguments().value(0).toString(), QStringLiteral("fi_FI.utf8"));
+    }
+
+    void callerAfterTheAnswerStartsAFreshRoundTrip()
+    {
+        UserManagerClient client;
+        Replies first;
+        client.currentUser(first.collector());
+        QVERIFY(waitFor([&] { return first.messages.size() == 1; }));
+
+        Replies second;
+        client.currentUser(second.collector());
+        QVERIFY(waitFor([&] { return second.messages.size() == 1; }));
+        QCOMPARE(m_userManager.calls.size(), 2);
+        QCOMPARE(second.messages.at(0).arguments().value(0).toUInt(), OwnerUid);
+    }
+
+    void callerJoiningFromAnAnswerStartsAFreshRoundTrip()
+    {
+        UserManagerClient client;
+        Replies late;
+        int answered = 0;
+        client.currentUser([&](const QDBusMessage &) {
+            ++answered;
+            // The round trip that answered is over: this one goes out again.
+            client.currentUser(late.collector());
         });
-        QCOMPARE(wrong.load(), 0);
-        QVERIFY(mainCalls > 0);
+        QVERIFY(waitFor([&] { return late.messages.size() == 1; }));
+        QCOMPARE(answered, 1);
+        QCOMPARE(m_userManager.calls.size(), 2);
     }
 
-    void answersToManyThreadsAtOnce()
+    void errorReachesEveryCaller()
     {
-        UserManagerPeer peer;
         UserManagerClient client;
-        std::atomic<int> wrong{0};
-        auto ask = [&] {
-            const QDBusMessage uid = client.currentUser();
-            const QDBusMessage locale = client.userLocale(uid.arguments().value(0).toUInt());
-            if (uid.type() != QDBusMessage::ReplyMessage || uid.arguments().value(0).toUInt() != OwnerUid
-                || locale.arguments().value(0).toString() != QStringLiteral("en_US.utf8"))
-                ++wrong;
-        };
-        runAtOnce(OtherThreads, [&] {
-            for (int i = 0; i < AnsweredCallsPerThread; ++i)
-                ask();
-        }, ask);
-        QCOMPARE(wrong.load(), 0);
-
-        // The main thread asked on the shared connection; the other threads on
-        // one connection of the client's own, never the shared one.
-        const QSet<QString> senders = peer.stop();
-        QCOMPARE(senders.size(), 2);
-        QVERIFY(senders.contains(QDBusConnection::systemBus().baseService()));
+        m_userManager.mode = FakeUserManager::Fail;
+        Replies replies;
+        for (int i = 0; i < Callers; ++i)
+            client.currentUser(replies.collector());
+        QVERIFY(waitFor([&] { return replies.messages.size() == Callers; }));
+        for (const QDBusMessage &reply : qAsConst(replies.messages)) {
+            QCOMPARE(reply.type(), QDBusMessage::ErrorMessage);
+            QCOMPARE(reply.errorName(), FailedError);
+        }
+        QCOMPARE(m_userManager.calls.size(), 1);
     }
+
+    void timeOutReachesEveryCaller()
+    {
+        UserManagerClient client;
+        client.setTimeout(ShortTimeout);
+        m_userManager.mode = FakeUserManager::Hold;
+        Replies replies;
+        QElapsedTimer timer;
+        timer.start();
+        for (int i = 0; i < Callers; ++i)
+            client.currentUser(replies.collector());
+        QVERIFY(waitFor([&] { return replies.messages.size() == Callers; }));
+        QVERIFY(timer.elapsed() >= ShortTimeout - 50);
+        for (const QDBusMessage &reply : qAsConst(replies.messages)) {
+            QCOMPARE(reply.type(), QDBusMessage::ErrorMessage);
+            QCOMPARE(reply.errorName(), QDBusError::errorString(QDBusError::NoReply));
+        }
+        QCOMPARE(m_userManager.calls.size(), 1);
+        // The peer's late answer reaches nobody.
+        m_userManager.releaseHeld();
+        settle();
+        QCOMPARE(replies.messages.size(), Callers);
+    }
+
+    void missingPeerReachesEveryCaller()
+    {
+        QDBusConnection(PeerConnection).unregisterService(UserManagerService);
+        auto reclaim = qScopeGuard([] { QDBusConnection(PeerConnection).registerService(UserManagerService); });
+        UserManagerClient client;
+        Replies replies;
+        for (int i = 0; i < Callers; ++i)
+            client.currentUser(replies.collector());
+        QVERIFY(waitFor([&] { return replies.messages.size() == Callers; }));
+        for (const QDBusMessage &reply : qAsConst(replies.messages))
+            QCOMPARE(reply.errorName(), QDBusError::errorString(QDBusError::ServiceUnknown));
+    }
+
+    void nothingIsAnsweredOnceTheClientHasGone()
+    {
+        m_userManager.mode = FakeUserManager::Hold;
+        Replies replies;
+        {
+            UserManagerClient client;
+            client.currentUser(replies.collector());
+            QVERIFY(waitFor([this] { return m_userManager.calls.size() == 1; }));
+        }
+        m_userManager.releaseHeld();
+        settle();
+        QVERIFY(replies.messages.isEmpty());
+    }
+
+private:
+    FakeUserManager m_userManager;
 };
 
 QTEST_GUILESS_MAIN(TestUserManagerClient)

@@ -30,7 +30,7 @@ QString describe(const Plinth::ExternalDrive &drive)
     return text;
 }
 
-// Answered in the call: waiting for it is fine.
+// Quick (only the external partitions are sized): waiting for it is fine.
 bool list(const Plinth::Storages &storages)
 {
     auto drives = storages.getExternalStorageDrivesInfo();

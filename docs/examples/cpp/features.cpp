@@ -2,8 +2,8 @@
 //
 // Features and SIM questions of plinthd with the client library: a few
 // hardware and OS answers, a property and the SIM cards. Every Features and SIM
-// method answers in the call, so waiting for each reply at once
-// (waitForFinished) with the default time-out is fine for them.
+// method answers at once (getLocale once the user manager has), so waiting for
+// each reply (waitForFinished) with the default time-out is fine for them.
 //
 //   plinth-example-features
 

@@ -100,8 +100,8 @@ int main(int argc, char **argv)
     ask(storages.getInternalUserPartitionInfo(), "getInternalUserPartitionInfo", printUserPartition);
     ask(storages.getSystemStorageInfo(), "getSystemStorageInfo", printSystemStorage);
 
-    // Meanwhile the daemon answers other questions at once. This one is
-    // answered in the call, so waiting for it here is fine.
+    // Meanwhile the daemon answers other questions. This one sizes only the
+    // external partitions and is quick, so waiting for it here is fine.
     auto drives = storages.getExternalStorageDrivesInfo();
     drives.waitForFinished();
     if (drives.isError()) {

@@ -5,7 +5,7 @@
     plinth-info.py
 
 Asks a few Features questions and the SIM cards synchronously (they are
-answered in the call), reads a property, then asks the system storage
+answered at once), reads a property, then asks the system storage
 categories asynchronously with a time-out of five minutes: that answer comes
 later, from a worker of the daemon, and takes minutes on a full device.
 Prints every key of the storage map with its D-Bus type.

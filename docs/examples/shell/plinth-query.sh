@@ -15,7 +15,7 @@ busctl --system call $dest /org/norvu/plinth/Features org.norvu.plinth.Features 
 busctl --system get-property $dest /org/norvu/plinth/Features org.norvu.plinth.Features osType
 # "av": every element shows its own type: av 2 u 1804 u 2208
 busctl --system call $dest /org/norvu/plinth/Features org.norvu.plinth.Features getMaxCpuCoresClockSpeed
-# The external drives, answered in the call: aa{sv} 0 without any
+# The external drives, quick to answer: aa{sv} 0 without any
 busctl --system call $dest /org/norvu/plinth/Storages org.norvu.plinth.Storages getExternalStorageDrivesInfo
 
 # gdbus prints a GVariant tuple: (uint32 8,)
