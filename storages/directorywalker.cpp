@@ -3,6 +3,7 @@
 
 #include "localfilenames.h"
 #include "logging.h"
+#include "widefiletypes.h"
 
 #include <QDir>
 #include <QFile>

@@ -2,6 +2,7 @@
 #include "partitionscanner.h"
 
 #include "partition_p.h"
+#include "widefiletypes.h"
 
 #include <QFile>
 #include <QFileInfo>
