@@ -13,6 +13,7 @@ unit tests, through the quota seam).
 
 import os
 import shlex
+import subprocess
 import threading
 
 import dbus
@@ -52,6 +53,14 @@ class Tree:
         with open(path, 'wb') as f:
             f.truncate(size)
         os.chown(path, owner, owner)
+
+    def date(self, relative, when):
+        """Sets the modification time with coreutils' touch, whose times are
+        64 bits wide on every architecture (Python's are not on i386)."""
+        path = self.path(relative)
+        subprocess.run(['touch', '-h', '-d', when, path], check=True)
+        return int(subprocess.run(['stat', '-c', '%Y', path], check=True, stdout=subprocess.PIPE,
+                                  universal_newlines=True).stdout)
 
     def link(self, relative, target, owner=0):
         path = self.path(relative)
@@ -160,6 +169,15 @@ class SystemStorageTest(FiguresTestCase):
         self.assertLess(info['bytesUsed'], 1 << 43)
         self.assertEqual(info['bytesUsedOther'], (info['bytesUsed'] - (1 << 43)) % (1 << 64))
         self.assertGreater(info['bytesUsedOther'], 1 << 63)
+
+    def test_a_log_dated_after_2038_counts_like_any_other(self):
+        self.log.file('messages', 300)
+        self.log.file('future.log', 4321)
+        # Past the last second a 32-bit time_t holds (2038-01-19).
+        self.assertEqual(self.log.date('future.log', '2040-01-01 UTC'), 2208988800)
+        self.start()
+        info = self.call('getSystemStorageInfo')
+        self.assertEqual(info['bytesUsedSystemLogs'], 300 + 4321)
 
     def test_two_concurrent_queries(self):
         self.rpm.install({'tarn-a': 111, 'tarn-b': 222, 'x-debuginfo': 333})
@@ -292,6 +310,18 @@ class UserPartitionTest(HomesTestCase):
         self.assertEqual(info['bytesUsed'], 5011)
         self.assertEqual(info['bytesTotal'], 5011 + info['bytesAvailable'])
         self.assertIn(QUOTA_WARNING % BOB, daemon.output())
+
+    def test_a_video_over_4_gib_counts_to_the_byte(self):
+        # A phone's 4K recording: past what 32 bits of size can say.
+        video = (5 << 30) + 123
+        self.make_homes()
+        self.home.file('bob/Videos/recording.mp4', video, owner=BOB)
+        self.user_manager(BOB)
+        self.start(users=((ALICE, 'alice'), (BOB, 'bob')))
+        info = self.partition(self.call('getInternalUserPartitionInfo'))
+        self.assertEqual(info['bytesUsedVideos'], 5000 + video)
+        self.assertEqual(info['bytesUsed'], 5011 + video)
+        self.assertEqual(info['bytesTotal'], 5011 + video + info['bytesAvailable'])
 
     def test_without_user_manager(self):
         self.make_homes()
