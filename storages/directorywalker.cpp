@@ -5,6 +5,7 @@
 #include "logging.h"
 #include "testhold.h"
 #include "threadhandoff.h"
+#include "widefiletypes.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "kernelquotasource.h"
+#include "widefiletypes.h"
 
 #include "testhold.h"
 

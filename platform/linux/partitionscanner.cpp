@@ -3,6 +3,7 @@
 
 #include "filesystemprobe.h"
 #include "partition_p.h"
+#include "widefiletypes.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -36,6 +36,7 @@ class Tree:
 
     def __init__(self, root):
         self.root = root
+        self.dates = []
         os.makedirs(root, exist_ok=True)
 
     def path(self, relative):
@@ -52,6 +53,21 @@ class Tree:
         with open(path, 'wb') as f:
             f.truncate(size)
         os.chown(path, owner, owner)
+
+    def date(self, relative, seconds):
+        """Dates a file once it is in the daemon's namespace (see setup())."""
+        self.dates.append((relative, seconds))
+
+    def setup(self, destination):
+        """Shell commands that give the copied files their dates, and check
+        them. coreutils' touch and stat have 64-bit times, but its cp fails
+        on a file dated after 2038 on i386, so dates are set after the copy."""
+        commands = []
+        for relative, seconds in self.dates:
+            path = shlex.quote(os.path.join(destination, relative))
+            commands.append('touch -h -d @%d %s' % (seconds, path))
+            commands.append('test "$(stat -c %%Y %s)" = %d' % (path, seconds))
+        return commands
 
     def link(self, relative, target, owner=0):
         path = self.path(relative)
@@ -90,6 +106,7 @@ class FiguresTestCase(plinthtest.DaemonTestCase):
         for mountpoint in ('/opt', '/var/cache', '/var/log'):
             setup.append('mount -t tmpfs tmpfs %s' % mountpoint)
         setup.append('cp -a %s/. /var/log/' % q(self.log.root))
+        setup += self.log.setup('/var/log')
         setup.append('mkdir /var/cache/core-dumps && cp -a %s/. /var/cache/core-dumps/' % q(self.dumps.root))
         if self.has_sdk:
             setup.append('mkdir /opt/sdk && cp -a %s/. /opt/sdk/' % q(self.sdk.root))
@@ -160,6 +177,15 @@ class SystemStorageTest(FiguresTestCase):
         self.assertLess(info['bytesUsed'], 1 << 43)
         self.assertEqual(info['bytesUsedOther'], (info['bytesUsed'] - (1 << 43)) % (1 << 64))
         self.assertGreater(info['bytesUsedOther'], 1 << 63)
+
+    def test_a_log_dated_after_2038_counts_like_any_other(self):
+        self.log.file('messages', 300)
+        self.log.file('future.log', 4321)
+        # 2040-01-01, past the last second a 32-bit time_t holds (2038-01-19).
+        self.log.date('future.log', 2208988800)
+        self.start()
+        info = self.call('getSystemStorageInfo')
+        self.assertEqual(info['bytesUsedSystemLogs'], 300 + 4321)
 
     def test_two_concurrent_queries(self):
         self.rpm.install({'tarn-a': 111, 'tarn-b': 222, 'x-debuginfo': 333})
@@ -292,6 +318,18 @@ class UserPartitionTest(HomesTestCase):
         self.assertEqual(info['bytesUsed'], 5011)
         self.assertEqual(info['bytesTotal'], 5011 + info['bytesAvailable'])
         self.assertIn(QUOTA_WARNING % BOB, daemon.output())
+
+    def test_a_video_over_4_gib_counts_to_the_byte(self):
+        # A phone's 4K recording: past what 32 bits of size can say.
+        video = (5 << 30) + 123
+        self.make_homes()
+        self.home.file('bob/Videos/recording.mp4', video, owner=BOB)
+        self.user_manager(BOB)
+        self.start(users=((ALICE, 'alice'), (BOB, 'bob')))
+        info = self.partition(self.call('getInternalUserPartitionInfo'))
+        self.assertEqual(info['bytesUsedVideos'], 5000 + video)
+        self.assertEqual(info['bytesUsed'], 5011 + video)
+        self.assertEqual(info['bytesTotal'], 5011 + video + info['bytesAvailable'])
 
     def test_without_user_manager(self):
         self.make_homes()

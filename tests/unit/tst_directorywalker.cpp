@@ -323,6 +323,26 @@ private slots:
         QCOMPARE(DirectoryWalker(0).size(path + "/nothing"), qint64(0));
     }
 
+    void fileDatedAfter2038CountsLikeAnyOther()
+    {
+        Scratch temporary;
+        const QByteArray path = QFile::encodeName(temporary.path()) + "/future.log";
+        const QByteArray content(123, 'x');
+        const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        QVERIFY(fd >= 0);
+        QCOMPARE(::write(fd, content.constData(), std::size_t(content.size())), ssize_t(content.size()));
+        // 2040-01-01T00:00:00Z, past the last second a 32-bit time_t holds.
+        const time_t farFuture = 2208988800;
+        const struct timespec times[2] = {{farFuture, 0}, {farFuture, 0}};
+        QVERIFY(::futimens(fd, times) == 0);
+        ::close(fd);
+        struct stat st = {};
+        QVERIFY(::stat(path.constData(), &st) == 0);
+        QCOMPARE(st.st_mtime, farFuture);
+
+        QCOMPARE(DirectoryWalker(::geteuid()).size(temporary.path()), qint64(content.size()));
+    }
+
     void deepTreeGivesThePathLimitedFigure()
     {
         Scratch temporary(true);

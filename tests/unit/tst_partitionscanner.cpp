@@ -212,7 +212,7 @@ private slots:
         QCOMPARE(::statvfs(QFile::encodeName(dir.path()).constData(), &fs), 0);
         const Partition &p = parts.at(0);
         QCOMPARE(p.status(), Partition::Mounted);
-        QCOMPARE(p.bytesTotal(), qint64(fs.f_blocks * fs.f_frsize));
+        QCOMPARE(p.bytesTotal(), qint64(fs.f_blocks) * qint64(fs.f_frsize));
         // What only root may use is left out of the limit.
         QCOMPARE(p.bytesTotalLimit(), p.bytesTotal() - (p.bytesFree() - p.bytesAvailable()));
         QVERIFY(p.bytesAvailable() <= p.bytesFree());
