@@ -26,6 +26,14 @@ import dbus
 import dbusmock
 
 BUS_NAME = 'org.norvu.plinth'
+# For short-lived clients of the bus (plinthctl, the examples) in the
+# AddressSanitizer build: QtDBus's own exit-time reports are suppressed, with
+# the reason in the file itself; elsewhere these settings do nothing.
+CLIENT_SANITIZER_ENV = {
+    'ASAN_OPTIONS': 'fast_unwind_on_malloc=0',
+    'LSAN_OPTIONS': 'suppressions=%s:print_suppressions=0' % os.path.join(
+        os.environ.get('PLINTHD_SOURCE_DIR', ''), 'tests', 'sanitizers', 'lsan-qtdbus.supp'),
+}
 FEATURES_PATH = '/org/norvu/plinth/Features'
 SIM_PATH = '/org/norvu/plinth/SIM'
 STORAGES_PATH = '/org/norvu/plinth/Storages'

@@ -29,9 +29,7 @@ INT64_MAX = 2 ** 63 - 1
 # The program has to be built as the library was.
 SANITIZER_FLAGS = {'': [], 'address': ['-fsanitize=address,undefined'], 'thread': ['-fsanitize=thread']}
 # Qt's own leaks at exit, as for plinthctl (see the file).
-CLIENT_ENV = {'LSAN_OPTIONS': 'suppressions=' + os.path.join(os.environ.get('PLINTHD_SOURCE_DIR', ''), 'tests',
-                                                             'sanitizers', 'lsan-qtdbus.supp') + ':print_suppressions=0',
-              'ASAN_OPTIONS': 'fast_unwind_on_malloc=0'}
+CLIENT_ENV = plinthtest.CLIENT_SANITIZER_ENV
 
 STORAGE_METHODS = {'internal': 'getInternalStorageInfo', 'user': 'getInternalUserPartitionInfo',
                    'system': 'getSystemStorageInfo', 'external': 'getExternalStorageInfo'}

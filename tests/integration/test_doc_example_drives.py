@@ -9,6 +9,7 @@ import subprocess
 import threading
 import time
 
+import plinthtest
 import storagebench
 
 BUILT = os.path.join(os.environ.get('PLINTHD_BUILD_DIR', ''), 'docs', 'examples', 'cpp', 'plinth-example-drives')
@@ -51,7 +52,7 @@ class CppDrivesExample(storagebench.StorageTestCase):
         self.start_storage_daemon(devices=('emmc',))
         # Two signals when the card's partitions appear, one for the mount,
         # two when they go: five, then the program ends by itself.
-        env = dict(os.environ)
+        env = dict(os.environ, **plinthtest.CLIENT_SANITIZER_ENV)
         env.pop('LD_PRELOAD', None)
         process = subprocess.Popen([BUILT, '5'], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                    stdin=subprocess.DEVNULL, universal_newlines=True, env=env)

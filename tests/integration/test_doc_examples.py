@@ -39,7 +39,8 @@ class ExampleTestCase(plinthtest.DaemonTestCase):
     def run_example(self, *command, timeout=60):
         """Runs an example to its end; its standard output."""
         done = subprocess.run(list(command), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                              universal_newlines=True, timeout=timeout, stdin=subprocess.DEVNULL)
+                              universal_newlines=True, timeout=timeout, stdin=subprocess.DEVNULL,
+                              env=dict(os.environ, **plinthtest.CLIENT_SANITIZER_ENV))
         self.assertEqual(done.returncode, 0, 'stdout:\n%s\nstderr:\n%s' % (done.stdout, done.stderr))
         self.assertEqual(done.stderr, '')
         return done.stdout

@@ -29,9 +29,7 @@ from standin import BEYOND_DOUBLE, MAX_T, WRAPPED, published
 
 PLINTHCTL = os.path.join(os.environ.get('PLINTHD_BUILD_DIR', ''), 'tools', 'plinthctl')
 # Only matters in the AddressSanitizer build: see the file itself.
-CLIENT_ENV = {'ASAN_OPTIONS': 'fast_unwind_on_malloc=0', 'LSAN_OPTIONS': 'suppressions=' + os.path.join(os.environ.get('PLINTHD_SOURCE_DIR', ''), 'tests',
-                                                             'sanitizers', 'lsan-qtdbus.supp')
-                            + ':print_suppressions=0'}
+CLIENT_ENV = plinthtest.CLIENT_SANITIZER_ENV
 STORAGE_PARTS = ['internal', 'user', 'system', 'external', 'drives', 'quota']
 def asv(**values):
     """An a{sv} for a signal argument: dbus-python would guess a narrower type."""

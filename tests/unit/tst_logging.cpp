@@ -43,7 +43,7 @@ private slots:
         QVERIFY2(!sourceDir.isEmpty(), "PLINTHD_SOURCE_DIR is not set");
         const QRegularExpression definition(QStringLiteral("Q_LOGGING_CATEGORY\\(\\s*\\w+\\s*,\\s*\"([^\"]*)\""));
         QStringList names;
-        for (const char *folder : {"daemon", "features", "sim", "storages", "platform", "tools"}) {
+        for (const char *folder : {"daemon", "core", "features", "sim", "storages", "platform", "tools"}) {
             QDirIterator it(QDir(sourceDir).filePath(QLatin1String(folder)), {QStringLiteral("*.cpp"), QStringLiteral("*.h")},
                             QDir::Files, QDirIterator::Subdirectories);
             while (it.hasNext()) {
