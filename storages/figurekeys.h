@@ -17,7 +17,9 @@ extern const QString PartitionWord;
 extern const QString QuotaIsSet;
 extern const QString QuotaLimit;
 extern const QString QuotaAvailable;
-// Known to the quota vocabulary of the platform but put in no reply.
+// No reply of the daemon carries these. They stay because they belong to the
+// quota vocabulary the Storages keys define for clients, which spell their
+// own quota settings with them: one place spells every key of the interface.
 extern const QString Error;
 extern const QString Enabled;
 extern const QString AllSpace;

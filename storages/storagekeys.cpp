@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "storagekeys.h"
 
+#include <partition.h>
+
 namespace StorageKeys {
 const QString DeviceLabel = QStringLiteral("deviceLabel");
 const QString Mounted = QStringLiteral("mounted");
@@ -13,9 +15,9 @@ const QString DeviceName = QStringLiteral("deviceName");
 const QString PartitionLabel = QStringLiteral("partitionLabel");
 const QString MountPath = QStringLiteral("mountPath");
 const QString Drive = QStringLiteral("drive");
-const QString Model = QStringLiteral("model");
-const QString Vendor = QStringLiteral("vendor");
-const QString ConnectionBus = QStringLiteral("connectionBus");
+const QString Model = QLatin1String(DriveKeys::Model);
+const QString Vendor = QLatin1String(DriveKeys::Vendor);
+const QString ConnectionBus = QLatin1String(DriveKeys::ConnectionBus);
 const QString DriveName = QStringLiteral("driveName");
 const QString DriveType = QStringLiteral("driveType");
 const QString PartitionsInfo = QStringLiteral("partitionsInfo");

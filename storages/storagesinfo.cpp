@@ -24,12 +24,11 @@ namespace {
 // user partition and the internal data partitions beside it.
 const Partition::StorageTypes InternalMemoryPartitions = Partition::System | Partition::User | Partition::Mass;
 const Partition::StorageTypes UserDataPartitions = Partition::User | Partition::Mass;
-const Partition::StorageTypes UserPartitionOnly = Partition::User;
 
-// Stands for the current user when the user manager cannot say who that is:
-// far above the uids accounts are given, so it names nobody and the name
-// comes out empty.
-const uint UnknownUid = 999999;
+// Looked up in place of the current user when the user manager cannot say who
+// that is: far above the uids accounts are given, so no account holds it and
+// the user's name comes out empty.
+const uint NoAccountUid = 999999;
 
 QVariantMap partitionMap(const Partition &partition)
 {
@@ -243,10 +242,11 @@ void StoragesInfo::partitionRemoved(const Partition &partition)
 
 QVariantMap StoragesInfo::getInternalStorageInfo()
 {
+    QVariantMap result;
     QMutexLocker locker(&mutex);
     partitionManager->refresh();
-    fillPartitionsSummary(InternalMemoryPartitions, internalStorageInfo, CurrentUser());
-    return internalStorageInfo;
+    fillPartitionsSummary(Summary::InternalMemory, result, CurrentUser());
+    return result;
 }
 
 QVariantMap StoragesInfo::getInternalUserPartitionInfo(const CurrentUser &user)
@@ -257,7 +257,7 @@ QVariantMap StoragesInfo::getInternalUserPartitionInfo(const CurrentUser &user)
     {
         QMutexLocker locker(&mutex);
         partitionManager->refresh();
-        fillPartitionsSummary(UserDataPartitions, result, user);
+        fillPartitionsSummary(Summary::UserPartition, result, user);
         ok = getCurrentUid(user, uid);
     }
     // The walks run unlocked: other queries need not wait for them.
@@ -278,7 +278,7 @@ QuotaInfoMap StoragesInfo::getUsersQuotaInfo(const CurrentUser &user)
     {
         QMutexLocker locker(&mutex);
         partitionManager->refresh();
-        fillPartitionsSummary(UserDataPartitions, summary, user);
+        fillPartitionsSummary(Summary::UserPartition, summary, user);
         if (!getCurrentUid(user, uid))
             return QuotaInfoMap();
     }
@@ -286,15 +286,17 @@ QuotaInfoMap StoragesInfo::getUsersQuotaInfo(const CurrentUser &user)
     return UserQuotaReport(breakdown).collect(uid, summary);
 }
 
-void StoragesInfo::fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map, const CurrentUser &user)
+void StoragesInfo::fillPartitionsSummary(Summary summary, QVariantMap &map, const CurrentUser &user)
 {
+    const bool internalMemory = summary == Summary::InternalMemory;
     map.clear();
     qint64 total = 0;
     qint64 available = 0;
     QString filesystemType;
     QString label;
-    for (const Partition &partition : partitionManager->partitions(types)) {
-        if (types == InternalMemoryPartitions) {
+    for (const Partition &partition :
+         partitionManager->partitions(internalMemory ? InternalMemoryPartitions : UserDataPartitions)) {
+        if (internalMemory) {
             // The internal memory is measured through the file system of each
             // mount point, the user partition by the platform's own figures.
             QStorageInfo storage;
@@ -302,13 +304,10 @@ void StoragesInfo::fillPartitionsSummary(Partition::StorageTypes types, QVariant
             total += storage.bytesTotal();
             available += storage.bytesAvailable();
             label = FigureKeys::InternalMemoryLabel;
-        } else if (types == UserDataPartitions || types == UserPartitionOnly) {
+        } else {
             total += partition.bytesTotalLimit();
             available += partition.bytesAvailable();
             label = QStringLiteral("%1 %2").arg(currentUserName(user), FigureKeys::PartitionWord);
-        } else {
-            map.clear();
-            return;
         }
         filesystemType = partition.filesystemType();
     }
@@ -339,7 +338,7 @@ bool StoragesInfo::getCurrentUid(const CurrentUser &user, uint &uid)
 
 QString StoragesInfo::currentUserName(const CurrentUser &user)
 {
-    uint uid = UnknownUid;
+    uint uid = NoAccountUid;
     getCurrentUid(user, uid);
     return DeviceUsers::userName(uid);
 }

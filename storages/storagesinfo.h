@@ -99,16 +99,21 @@ private:
     void assignPicture(const ExternalPicture &picture);
     void announce(const ExternalPicture &picture, const Partition &changed);
 
-    // Sizes and file-system type of the partitions of `types` (7: the internal
-    // memory, 6 or 2: the user partition), and their label.
-    void fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map, const CurrentUser &user);
+    // The two partition summaries there are; a closed set, so no other
+    // selection of storage types can be asked for.
+    enum class Summary {
+        InternalMemory, // the system, user and mass partitions, measured by their file systems
+        UserPartition   // the user and mass partitions, by the platform's own figures
+    };
+
+    // Sizes and file-system type of the partitions of `summary`, and its label.
+    void fillPartitionsSummary(Summary summary, QVariantMap &map, const CurrentUser &user);
     void fillInternalUserStorageInfo(const uint &uid, QVariantMap &map);
     static bool getCurrentUid(const CurrentUser &user, uint &uid);
     static QString currentUserName(const CurrentUser &user);
 
     qint64 externalTotalBytes = 0;
     PartitionManager *partitionManager = nullptr;
-    QVariantMap internalStorageInfo;
     QVariantMap externalStorageInfo;
     QMap<QString, QVariantMapList> partitionsByDrive;
     UserManagerClient *userManager = nullptr;
