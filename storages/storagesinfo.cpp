@@ -6,6 +6,7 @@
 #include "kernelquotasource.h"
 #include "logging.h"
 #include "storagekeys.h"
+#include "storagemaps.h"
 #include "systemstoragecategories.h"
 #include "userquotareport.h"
 #include "userstoragebreakdown.h"
@@ -29,22 +30,6 @@ const Partition::StorageTypes UserDataPartitions = Partition::User | Partition::
 // that is: far above the uids accounts are given, so no account holds it and
 // the user's name comes out empty.
 const uint NoAccountUid = 999999;
-
-QVariantMap partitionMap(const Partition &partition)
-{
-    using namespace StorageKeys;
-    return {
-        {BytesTotal, partition.bytesTotal()},
-        {BytesFree, partition.bytesFree()},
-        {BytesAvailable, partition.bytesAvailable()},
-        {Mounted, partition.status() == Partition::Mounted},
-        {DeviceName, partition.deviceName()},
-        {DeviceLabel, partition.deviceLabel()},
-        {PartitionLabel, partition.partitionLabel()},
-        {MountPath, partition.mountPath()},
-        {Drive, partition.drive()},
-    };
-}
 
 QString driveType(int connectionBus)
 {
@@ -116,21 +101,21 @@ StoragesInfo::ExternalPicture StoragesInfo::buildExternalPicture(const QVector<P
     using namespace StorageKeys;
     ExternalPicture picture;
     for (const Partition &partition : partitions)
-        picture.partitionsByDrive[driveKey(partition.deviceName())].append(partitionMap(partition));
+        picture.partitionsByDrive[driveKey(partition.deviceName())].append(partition);
 
     quint32 mountedCount = 0;
     quint64 total = 0;
     quint64 free = 0;
     quint64 available = 0;
     picture.summary.insert(DeviceLabel, ExternalStorageLabel);
-    for (const QVariantMapList &driveParts : qAsConst(picture.partitionsByDrive)) {
-        for (const QVariantMap &part : driveParts) {
-            if (!part.value(Mounted).toBool())
+    for (const QVector<Partition> &driveParts : qAsConst(picture.partitionsByDrive)) {
+        for (const Partition &part : driveParts) {
+            if (part.status() != Partition::Mounted)
                 continue;
             ++mountedCount;
-            total += part.value(BytesTotal).toULongLong();
-            free += part.value(BytesFree).toULongLong();
-            available += part.value(BytesAvailable).toULongLong();
+            total += quint64(part.bytesTotal());
+            free += quint64(part.bytesFree());
+            available += quint64(part.bytesAvailable());
         }
     }
     picture.summary.insert(Mounted, mountedCount > 0);
@@ -144,22 +129,22 @@ StoragesInfo::ExternalPicture StoragesInfo::buildExternalPicture(const QVector<P
         QVariantMapList partitionsInfo;
         // Every partition names the drive again; the last one's name and type
         // stand.
-        for (const QVariantMap &part : it.value()) {
-            const QVariantMap partDrive = part.value(Drive).toMap();
+        for (const Partition &part : it.value()) {
+            const QVariantMap partDrive = part.drive();
             const QString driveName = QString(partDrive.value(Vendor).toString() + QLatin1Char(' ')
                                               + partDrive.value(Model).toString()).trimmed();
             drive.insert(DriveName, driveName);
             drive.insert(DriveType, driveType(partDrive.value(ConnectionBus).toInt()));
 
-            const qint64 partTotal = part.value(BytesTotal).toLongLong();
+            const qint64 partTotal = part.bytesTotal();
             partitionsInfo.append({
-                {PartitionName, part.value(DeviceLabel).toString()},
-                {MountPoint, part.value(MountPath).toString()},
-                {PartitionLabel, part.value(PartitionLabel).toString()},
+                {PartitionName, part.deviceLabel()},
+                {MountPoint, part.mountPath()},
+                {PartitionLabel, part.partitionLabel()},
                 {DriveName, driveName},
                 {BytesTotal, partTotal},
-                {BytesUsed, partTotal - part.value(BytesFree).toLongLong()},
-                {BytesAvailable, part.value(BytesAvailable).toLongLong()},
+                {BytesUsed, partTotal - part.bytesFree()},
+                {BytesAvailable, part.bytesAvailable()},
             });
         }
         drive.insert(PartitionsInfo, QVariant::fromValue(partitionsInfo));
@@ -242,27 +227,26 @@ void StoragesInfo::partitionRemoved(const Partition &partition)
 
 QVariantMap StoragesInfo::getInternalStorageInfo()
 {
-    QVariantMap result;
     QMutexLocker locker(&mutex);
     partitionManager->refresh();
-    fillPartitionsSummary(Summary::InternalMemory, result, CurrentUser());
-    return result;
+    return StorageMaps::partitionSummary(summarise(Summary::InternalMemory, CurrentUser()));
 }
 
 QVariantMap StoragesInfo::getInternalUserPartitionInfo(const CurrentUser &user)
 {
-    QVariantMap result;
+    PartitionSummary summary;
     uint uid = 0;
     bool ok = false;
     {
         QMutexLocker locker(&mutex);
         partitionManager->refresh();
-        fillPartitionsSummary(Summary::UserPartition, result, user);
+        summary = summarise(Summary::UserPartition, user);
         ok = getCurrentUid(user, uid);
     }
+    QVariantMap result = StorageMaps::partitionSummary(summary);
     // The walks run unlocked: other queries need not wait for them.
     if (ok)
-        fillInternalUserStorageInfo(uid, result);
+        StorageMaps::addUserBreakdown(result, UserStorageBreakdown(*quotaSource).measure(uid, summary.space));
     return result;
 }
 
@@ -273,27 +257,25 @@ QVariantMap StoragesInfo::getSystemStorageInfo()
 
 QuotaInfoMap StoragesInfo::getUsersQuotaInfo(const CurrentUser &user)
 {
-    QVariantMap summary;
+    PartitionSummary summary;
     uint uid = 0;
     {
         QMutexLocker locker(&mutex);
         partitionManager->refresh();
-        fillPartitionsSummary(Summary::UserPartition, summary, user);
+        summary = summarise(Summary::UserPartition, user);
         if (!getCurrentUid(user, uid))
             return QuotaInfoMap();
     }
     const UserStorageBreakdown breakdown(*quotaSource);
-    return UserQuotaReport(breakdown).collect(uid, summary);
+    return UserQuotaReport(breakdown).collect(uid, summary.space);
 }
 
-void StoragesInfo::fillPartitionsSummary(Summary summary, QVariantMap &map, const CurrentUser &user)
+PartitionSummary StoragesInfo::summarise(Summary kind, const CurrentUser &user)
 {
-    const bool internalMemory = summary == Summary::InternalMemory;
-    map.clear();
+    const bool internalMemory = kind == Summary::InternalMemory;
     qint64 total = 0;
     qint64 available = 0;
-    QString filesystemType;
-    QString label;
+    PartitionSummary summary;
     for (const Partition &partition :
          partitionManager->partitions(internalMemory ? InternalMemoryPartitions : UserDataPartitions)) {
         if (internalMemory) {
@@ -303,24 +285,18 @@ void StoragesInfo::fillPartitionsSummary(Summary summary, QVariantMap &map, cons
             storage.setPath(partition.mountPath());
             total += storage.bytesTotal();
             available += storage.bytesAvailable();
-            label = FigureKeys::InternalMemoryLabel;
+            summary.label = FigureKeys::InternalMemoryLabel;
         } else {
             total += partition.bytesTotalLimit();
             available += partition.bytesAvailable();
-            label = QStringLiteral("%1 %2").arg(currentUserName(user), FigureKeys::PartitionWord);
+            summary.label = QStringLiteral("%1 %2").arg(currentUserName(user), FigureKeys::PartitionWord);
         }
-        filesystemType = partition.filesystemType();
+        summary.filesystemType = partition.filesystemType();
     }
-    map[StorageKeys::BytesTotal] = qulonglong(total);
-    map[StorageKeys::BytesUsed] = qulonglong(total - available);
-    map[StorageKeys::BytesAvailable] = qulonglong(available);
-    map[FigureKeys::FilesystemType] = filesystemType;
-    map[StorageKeys::DeviceLabel] = label;
-}
-
-void StoragesInfo::fillInternalUserStorageInfo(const uint &uid, QVariantMap &map)
-{
-    UserStorageBreakdown(*quotaSource).fill(uid, map);
+    summary.space.total = quint64(total);
+    summary.space.used = quint64(total - available);
+    summary.space.available = quint64(available);
+    return summary;
 }
 
 // Every place that needs the current user reads the one answer the query

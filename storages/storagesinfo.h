@@ -3,6 +3,7 @@
 #define PLINTHD_STORAGESINFO_H
 
 #include "dbustypes.h"
+#include "storagefigures.h"
 
 #include <QMap>
 #include <QMutex>
@@ -88,7 +89,7 @@ private:
     struct ExternalPicture
     {
         QVariantMap summary;
-        QMap<QString, QVariantMapList> partitionsByDrive;
+        QMap<QString, QVector<Partition>> partitionsByDrive;
         QMap<QString, QVariantMap> drives;
     };
 
@@ -106,16 +107,15 @@ private:
         UserPartition   // the user and mass partitions, by the platform's own figures
     };
 
-    // Sizes and file-system type of the partitions of `summary`, and its label.
-    void fillPartitionsSummary(Summary summary, QVariantMap &map, const CurrentUser &user);
-    void fillInternalUserStorageInfo(const uint &uid, QVariantMap &map);
+    // Sizes and file-system type of the partitions of `kind`, and its label.
+    PartitionSummary summarise(Summary kind, const CurrentUser &user);
     static bool getCurrentUid(const CurrentUser &user, uint &uid);
     static QString currentUserName(const CurrentUser &user);
 
     qint64 externalTotalBytes = 0;
     PartitionManager *partitionManager = nullptr;
     QVariantMap externalStorageInfo;
-    QMap<QString, QVariantMapList> partitionsByDrive;
+    QMap<QString, QVector<Partition>> partitionsByDrive;
     UserManagerClient *userManager = nullptr;
     QMutex mutex;
     QMap<QString, QVariantMap> drives;
