@@ -86,10 +86,12 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
         // stand.
         for (const Partition &part : it.value()) {
             const QVariantMap partDrive = part.drive();
-            const QString driveName = QString(partDrive.value(Vendor).toString() + QLatin1Char(' ')
-                                              + partDrive.value(Model).toString()).trimmed();
+            const QString driveName = QString(partDrive.value(QLatin1String(DriveKeys::Vendor)).toString()
+                                              + QLatin1Char(' ')
+                                              + partDrive.value(QLatin1String(DriveKeys::Model)).toString())
+                                              .trimmed();
             drive.insert(DriveName, driveName);
-            drive.insert(DriveType, driveType(partDrive.value(ConnectionBus).toInt()));
+            drive.insert(DriveType, driveType(partDrive.value(QLatin1String(DriveKeys::ConnectionBus)).toInt()));
 
             const qint64 partTotal = part.bytesTotal();
             partitionsInfo.append({

@@ -86,10 +86,9 @@ private:
     QExplicitlySharedDataPointer<const PartitionData> d;
 };
 
-// The keys of Partition::drive(). The storage maps hand the drive on to
-// clients under the same keys, so both sides spell them from here. Plain
-// character arrays: constant before any code runs, whatever the order in
-// which the files' own constants are made.
+// The keys of Partition::drive(), for the scanner that writes the map and the
+// storage picture that reads it. Plain character arrays: constant before any
+// code runs, whatever the order in which the files' own constants are made.
 namespace DriveKeys {
 constexpr char Vendor[] = "vendor";
 constexpr char Model[] = "model";
