@@ -18,8 +18,8 @@ extern const QString QuotaIsSet;
 extern const QString QuotaLimit;
 extern const QString QuotaAvailable;
 // No reply of the daemon carries these. They stay because they belong to the
-// quota vocabulary the Storages keys define for clients, which spell their
-// own quota settings with them: one place spells every key of the interface.
+// key set the Storages interface defines, which is kept whole and spelled in
+// one place whether or not a reply of today uses every key.
 extern const QString Error;
 extern const QString Enabled;
 extern const QString AllSpace;
