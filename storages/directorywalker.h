@@ -22,6 +22,12 @@
 // (as many as the machine has cores, at a lower priority), while the caller
 // waits. So concurrent walks share the cores instead of each starting threads
 // of its own.
+//
+// Its source is longer than its neighbours' on purpose: the tree of listed
+// directories with their shared descriptors, the queue the threads take work
+// from and the listing itself are one job, bound by one mutex and by the
+// invariants on when a descriptor may close; apart, each file would have to
+// restate the others' rules.
 class DirectoryWalker
 {
 public:

@@ -17,7 +17,9 @@ extern const QString PartitionWord;
 extern const QString QuotaIsSet;
 extern const QString QuotaLimit;
 extern const QString QuotaAvailable;
-// Known to the quota vocabulary of the platform but put in no reply.
+// No reply of the daemon carries these. They stay because they belong to the
+// key set the Storages interface defines, which is kept whole and spelled in
+// one place whether or not a reply of today uses every key.
 extern const QString Error;
 extern const QString Enabled;
 extern const QString AllSpace;

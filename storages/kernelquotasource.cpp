@@ -10,7 +10,8 @@ std::optional<quint64> KernelQuotaSource::userBlockSoftLimit(const QByteArray &d
 {
     TestHold::waitFor("PLINTHD_TEST_HOLD_QUOTA");
     struct if_dqblk quota = {};
-    // Command word 0x80000700; only the soft block limit is of interest.
+    // QCMD(Q_GETQUOTA, USRQUOTA), written out rather than as its command word:
+    // the user quota of one account. Only the soft block limit is of interest.
     if (::quotactl(QCMD(Q_GETQUOTA, USRQUOTA), device.constData(), int(uid),
                    reinterpret_cast<caddr_t>(&quota)) == -1)
         return std::nullopt;

@@ -5,6 +5,11 @@
 
 namespace {
 
+// IANA MIBenum numbers of the character sets, as QTextCodec::mibEnum() gives them.
+const int MibUsAscii = 3;
+const int MibLatin1 = 4;
+const int MibUtf8 = 106;
+
 bool isAscii(const char *bytes, std::size_t length)
 {
     for (std::size_t i = 0; i < length; ++i) {
@@ -20,12 +25,12 @@ LocalFileNames::LocalFileNames()
 {
     // The MIBenum values are the ones Qt's own listing distinguishes.
     const QTextCodec *codec = QTextCodec::codecForLocale();
-    const int mib = codec ? codec->mibEnum() : 4;
-    if (mib == 106)
+    const int mib = codec ? codec->mibEnum() : MibLatin1;
+    if (mib == MibUtf8)
         m_codec = Codec::Utf8;
-    else if (mib == 3)
+    else if (mib == MibUsAscii)
         m_codec = Codec::Ascii;
-    else if (mib == 4)
+    else if (mib == MibLatin1)
         m_codec = Codec::Latin1;
     else
         m_codec = Codec::Other;

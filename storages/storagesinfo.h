@@ -3,43 +3,34 @@
 #define PLINTHD_STORAGESINFO_H
 
 #include "dbustypes.h"
+#include "storagefigures.h"
 
-#include <QMap>
 #include <QMutex>
 #include <QObject>
 #include <QVariantMap>
-#include <QVector>
 
 #include <partition.h>
 
 #include <functional>
 #include <memory>
 
+class ExternalDrives;
 class PartitionManager;
 class QuotaSource;
 class UserManagerClient;
 
-// The storage provider behind StoragesService. It owns the partition manager
-// and keeps a grouped picture of the external (removable) partitions: the
-// summary map, the partition maps of each drive and the drive maps. The
-// queries run on workers (the service starts them) and never talk to a peer:
-// what they need from the user manager, the current user, the main thread
-// asks for first (askCurrentUser) and hands in. The partition manager's
-// notifications arrive on the main thread.
+// The storage provider behind StoragesService: the face the service owns. It
+// owns the partition manager and hands the external-drive picture and its
+// signals to ExternalDrives, a user's share of the user partition to
+// UserStorageBreakdown and the quotas to UserQuotaReport. The queries run on
+// workers (the service starts them) and never talk to a peer: what they need
+// from the user manager, the current user, the main thread asks for first
+// (askCurrentUser) and hands in.
 //
-// Locking:
-//   mutex        serialises the queries with each other, for their use of the
-//                partition manager (a refresh and the reading of its list).
-//                Only workers take it; the slots never do, so a change is
-//                announced at once even while a long query runs.
-//   pictureLock  guards externalStorageInfo, partitionsByDrive and drives.
-//                A rebuild computes the new picture in locals, from a copy of
-//                the partition list (PartitionManager guards its own list),
-//                and takes this lock only to swap the three maps in and to
-//                copy out what it answers or announces. Nothing slow ever runs
-//                under it, so the slots wait at most for a few map copies.
-//   externalTotalBytes is read and written by the slots only, on the main
-//   thread, and needs no lock.
+// Locking: `mutex` serialises the queries with each other, for their use of
+// the partition manager (a refresh and the reading of its list). Only workers
+// take it; the partition manager's notifications, handled on the main thread
+// by ExternalDrives, never do.
 class StoragesInfo : public QObject
 {
     Q_OBJECT
@@ -79,42 +70,23 @@ signals:
     void externalStorageChanged(QVariantMap updatedStorage);
     void externalDriveChanged(QVariantMap externalDriveInfo);
 
-private slots:
-    void partitionAdded(const Partition &partition);
-    void storageAdded(const Partition &partition);
-    void partitionRemoved(const Partition &partition);
-
 private:
-    struct ExternalPicture
-    {
-        QVariantMap summary;
-        QMap<QString, QVariantMapList> partitionsByDrive;
-        QMap<QString, QVariantMap> drives;
+    // The two partition summaries there are; a closed set, so no other
+    // selection of storage types can be asked for.
+    enum class Summary {
+        InternalMemory, // the system, user and mass partitions, measured by their file systems
+        UserPartition   // the user and mass partitions, by the platform's own figures
     };
 
-    static ExternalPicture buildExternalPicture(const QVector<Partition> &partitions);
-    static QString driveKey(const QString &deviceName);
-    ExternalPicture rebuild();
-    void publish(const ExternalPicture &picture);
-    void assignPicture(const ExternalPicture &picture);
-    void announce(const ExternalPicture &picture, const Partition &changed);
-
-    // Sizes and file-system type of the partitions of `types` (7: the internal
-    // memory, 6 or 2: the user partition), and their label.
-    void fillPartitionsSummary(Partition::StorageTypes types, QVariantMap &map, const CurrentUser &user);
-    void fillInternalUserStorageInfo(const uint &uid, QVariantMap &map);
+    // Sizes and file-system type of the partitions of `kind`, and its label.
+    PartitionSummary summarise(Summary kind, const CurrentUser &user);
     static bool getCurrentUid(const CurrentUser &user, uint &uid);
     static QString currentUserName(const CurrentUser &user);
 
-    qint64 externalTotalBytes = 0;
     PartitionManager *partitionManager = nullptr;
-    QVariantMap internalStorageInfo;
-    QVariantMap externalStorageInfo;
-    QMap<QString, QVariantMapList> partitionsByDrive;
+    ExternalDrives *externalDrives = nullptr;
     UserManagerClient *userManager = nullptr;
     QMutex mutex;
-    QMap<QString, QVariantMap> drives;
-    QMutex pictureLock;
     std::unique_ptr<QuotaSource> quotaSource;
 };
 

@@ -6,7 +6,6 @@
 #include "storagesadaptor.h"
 #include "unsharedcopy.h"
 
-#include <QDebug>
 #include <QThread>
 #include <QThreadPool>
 
@@ -31,8 +30,6 @@ StoragesService::StoragesService(QObject *parent)
     storagesInfo = new StoragesInfo(this);
     computations = new SharedComputation(QThreadPool::globalInstance(), computationsPerKind(), this);
     setAdaptor(new StoragesAdaptor(this));
-    if (!adaptor())
-        qCritical() << "StoragesAdaptor is not created";
     PlinthTypes::registerVariantMapList();
     PlinthTypes::registerVariantMap();
     connect(storagesInfo, &StoragesInfo::externalStorageChanged, this, &StoragesService::externalStorageChanged);

@@ -23,8 +23,10 @@ QVariantMap SystemStorageCategories::measure()
     const quint64 sdk = quint64(UserStorageBreakdown::directorySize(QStringLiteral("/opt/sdk/"), 0));
     const quint64 dumps = quint64(UserStorageBreakdown::directorySize(QStringLiteral("/var/cache/core-dumps/"), 0));
     const quint64 logs = quint64(UserStorageBreakdown::directorySize(QStringLiteral("/var/log/"), 0));
-    // Unsigned and unclamped: categories larger than the used space (packages
-    // declare sizes, they are not measured) wrap around, and clients know it.
+    // Unsigned and unclamped on purpose: packages declare their sizes rather
+    // than have them measured, so the categories can exceed the used space.
+    // Wrapping keeps the six categories summing to "bytesUsed" in unsigned
+    // 64-bit arithmetic, which a clamp at zero would break.
     const quint64 other = used - apps - debug - sdk - dumps - logs;
 
     map[FigureKeys::bytesUsedFor(QStringLiteral("Apps"))] = qulonglong(apps);

@@ -2,8 +2,7 @@
 #include "userquotareport.h"
 
 #include "deviceusers.h"
-#include "figurekeys.h"
-#include "storagekeys.h"
+#include "storagemaps.h"
 #include "userstoragebreakdown.h"
 
 UserQuotaReport::UserQuotaReport(const UserStorageBreakdown &breakdown)
@@ -11,26 +10,27 @@ UserQuotaReport::UserQuotaReport(const UserStorageBreakdown &breakdown)
 {
 }
 
-QuotaInfoMap UserQuotaReport::collect(uint currentUid, QVariantMap &summary) const
+QuotaInfoMap UserQuotaReport::collect(uint currentUid, const SpaceFigures &partition) const
 {
     const QList<uint> users = currentUid == DeviceUsers::Owner ? DeviceUsers::uids() : QList<uint>{currentUid};
     QuotaInfoMap report;
+    SpaceFigures carried = partition;
     for (uint uid : users) {
-        QVariantMap quota;
         // The breakdown asks for the quota and logs a failure, once per user.
-        const std::optional<quint64> softLimit = m_breakdown.fill(uid, summary);
+        const UserBreakdown breakdown = m_breakdown.measure(uid, carried);
+        carried = breakdown.space;
+        const std::optional<quint64> softLimit = breakdown.softLimitBlocks;
+        UserQuota quota;
         if (!softLimit || *softLimit == 0) {
-            quota[FigureKeys::QuotaIsSet] = false;
-            quota[FigureKeys::QuotaLimit] = summary[StorageKeys::BytesTotal];
-            quota[FigureKeys::QuotaAvailable] = summary[StorageKeys::BytesAvailable];
+            quota.limit = carried.total;
+            quota.available = carried.available;
         } else {
-            const quint64 used = summary[StorageKeys::BytesUsed].toULongLong();
             const quint64 limit = UserStorageBreakdown::quotaBytes(*softLimit);
-            quota[FigureKeys::QuotaIsSet] = true;
-            quota[FigureKeys::QuotaLimit] = qulonglong(limit);
-            quota[FigureKeys::QuotaAvailable] = qulonglong(used < limit ? limit - used : 0);
+            quota.isSet = true;
+            quota.limit = limit;
+            quota.available = carried.used < limit ? limit - carried.used : 0;
         }
-        report.insert(QStringLiteral("%1").arg(uid), quota);
+        report.insert(QStringLiteral("%1").arg(uid), StorageMaps::userQuota(quota));
     }
     return report;
 }

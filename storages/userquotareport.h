@@ -3,6 +3,7 @@
 #define PLINTHD_USERQUOTAREPORT_H
 
 #include "dbustypes.h"
+#include "storagefigures.h"
 
 class UserStorageBreakdown;
 
@@ -14,10 +15,11 @@ class UserQuotaReport
 public:
     explicit UserQuotaReport(const UserStorageBreakdown &breakdown);
 
-    // `summary` holds the user-partition summary. Every user's breakdown is
-    // made on this same map, so each starts from the used, total and available
-    // figures the previous user's left in it; clients rely on that order.
-    QuotaInfoMap collect(uint currentUid, QVariantMap &summary) const;
+    // `partition` is the space of the user partition. It is carried from one
+    // user to the next: each user's breakdown starts from the used, total and
+    // available figures the previous user's gave, not from the partition's;
+    // clients rely on that order.
+    QuotaInfoMap collect(uint currentUid, const SpaceFigures &partition) const;
 
 private:
     const UserStorageBreakdown &m_breakdown;

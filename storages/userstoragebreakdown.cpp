@@ -6,7 +6,6 @@
 #include "figurekeys.h"
 #include "logging.h"
 #include "quotasource.h"
-#include "storagekeys.h"
 
 #include <QDir>
 #include <QStorageInfo>
@@ -40,59 +39,61 @@ quint64 UserStorageBreakdown::quotaBytes(quint64 softLimitBlocks)
     return softLimitBlocks << QuotaBlockShift;
 }
 
-std::optional<quint64> UserStorageBreakdown::fill(uint uid, QVariantMap &map) const
+UserBreakdown UserStorageBreakdown::measure(uint uid, const SpaceFigures &partition) const
 {
     const QString homeRoot = QStringLiteral("/home");
     // An unknown uid gives "/home/" and folder paths with a doubled separator;
     // they name nothing and count 0.
     const QString home = homeRoot + QDir::separator() + DeviceUsers::userName(uid);
 
+    UserBreakdown breakdown;
     qint64 folderSum = 0;
     QSet<QString> excluded;
     for (const QString &folder : FigureKeys::userFolders()) {
         const QString path = home + QLatin1Char('/') + folder;
         const qint64 size = directorySize(path, uid);
-        map[FigureKeys::bytesUsedFor(folder)] = qulonglong(size);
+        breakdown.folderBytes.append(quint64(size));
         folderSum += size;
         excluded.insert(path);
     }
 
     const QStringList names = DeviceUsers::names();
-    const qint64 partitionUsed = map[StorageKeys::BytesUsed].toLongLong();
+    const qint64 partitionUsed = qint64(partition.used);
     qint64 userUsed = partitionUsed;
 
     if (names.size() == 1) {
         // One user holds the whole partition: no walk of /home is needed.
-        map[FigureKeys::bytesUsedOther()] = qulonglong(partitionUsed - folderSum);
-        // Signed, unlike every other size: clients read it as D-Bus "x".
-        map[FigureKeys::bytesUsedOtherUsers()] = qlonglong(0);
+        breakdown.otherBytes = quint64(partitionUsed - folderSum);
+        breakdown.otherUsers = UserBreakdown::OtherUsers::SoleUser;
     } else {
         const qint64 homeOther = directorySize(home, excluded, uid);
         for (const QString &name : names)
             excluded.insert(homeRoot + QDir::separator() + name);
         const qint64 other = homeOther + directorySize(homeRoot, excluded, uid);
-        map[FigureKeys::bytesUsedOther()] = qulonglong(other);
+        breakdown.otherBytes = quint64(other);
         // The owner sees the whole partition, everyone else only their own bytes.
-        if (uid == DeviceUsers::Owner)
-            map[FigureKeys::bytesUsedOtherUsers()] = qulonglong(partitionUsed - folderSum - other);
-        else
+        if (uid == DeviceUsers::Owner) {
+            breakdown.otherUsers = UserBreakdown::OtherUsers::Held;
+            breakdown.otherUsersBytes = quint64(partitionUsed - folderSum - other);
+        } else {
             userUsed = folderSum + other;
+        }
     }
 
-    qint64 available = map[StorageKeys::BytesAvailable].toLongLong();
+    qint64 available = qint64(partition.available);
     qint64 total = userUsed + available;
     // The soft limit is the quota; the hard limit is never consulted.
-    const std::optional<quint64> softLimit = m_quotas.userBlockSoftLimit(homeDevice(), uid);
-    if (!softLimit) {
+    breakdown.softLimitBlocks = m_quotas.userBlockSoftLimit(homeDevice(), uid);
+    if (!breakdown.softLimitBlocks) {
         qCWarning(lcPlinthd).noquote() << "fillInternalUserStorageInfo" << "Failed to get quota for uid:" << uid;
-    } else if (*softLimit != 0) {
-        const qint64 limit = qint64(quotaBytes(*softLimit));
+    } else if (*breakdown.softLimitBlocks != 0) {
+        const qint64 limit = qint64(quotaBytes(*breakdown.softLimitBlocks));
         total = qMax(userUsed, limit);
         available = userUsed < limit ? limit - userUsed : 0;
     }
 
-    map[StorageKeys::BytesAvailable] = qulonglong(available);
-    map[StorageKeys::BytesTotal] = qulonglong(total);
-    map[StorageKeys::BytesUsed] = qulonglong(userUsed);
-    return softLimit;
+    breakdown.space.available = quint64(available);
+    breakdown.space.total = quint64(total);
+    breakdown.space.used = quint64(userUsed);
+    return breakdown;
 }

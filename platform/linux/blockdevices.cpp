@@ -11,6 +11,10 @@
 
 namespace {
 
+// The kernel's "size" attribute counts 512-byte sectors, whatever the
+// device's own logical block size.
+const qint64 SizeSectorBytes = 512;
+
 struct UdevDeleter
 {
     void operator()(udev *context) const { udev_unref(context); }
@@ -151,8 +155,8 @@ QVector<BlockDevice> BlockDevices::scan()
         out.hasPartitionTable = !property(device.get(), "ID_PART_TABLE_TYPE").isEmpty();
         bool sizeOk = false;
         const qint64 sectors = attribute(device.get(), "size").toLongLong(&sizeOk);
-        out.sizeBytes = sizeOk && sectors > 0 && sectors <= std::numeric_limits<qint64>::max() / 512
-                ? sectors * 512 : 0;
+        out.sizeBytes = sizeOk && sectors > 0 && sectors <= std::numeric_limits<qint64>::max() / SizeSectorBytes
+                ? sectors * SizeSectorBytes : 0;
         out.fsType = QString::fromUtf8(property(device.get(), "ID_FS_TYPE"));
         out.fsLabel = encodedOrPlain(device.get(), "ID_FS_LABEL_ENC", "ID_FS_LABEL");
         out.partitionLabel = unescape(udev_device_get_property_value(device.get(), "ID_PART_ENTRY_NAME"));

@@ -45,7 +45,7 @@ public:
         Mounted = 2
     };
 
-    // Values of drive()["connectionBus"].
+    // Values of drive()[DriveKeys::ConnectionBus].
     enum ConnectionBus {
         SDBus = 0,
         USBBus = 1,
@@ -74,8 +74,8 @@ public:
     QString filesystemType() const;
     StorageTypes storageType() const;
 
-    // "vendor" and "model" (strings, trimmed, possibly empty) and
-    // "connectionBus" (int, a ConnectionBus value).
+    // DriveKeys::Vendor and DriveKeys::Model (strings, trimmed, possibly
+    // empty) and DriveKeys::ConnectionBus (int, a ConnectionBus value).
     QVariantMap drive() const;
 
 private:
@@ -85,6 +85,15 @@ private:
 
     QExplicitlySharedDataPointer<const PartitionData> d;
 };
+
+// The keys of Partition::drive(), for the scanner that writes the map and the
+// storage picture that reads it. Plain character arrays: constant before any
+// code runs, whatever the order in which the files' own constants are made.
+namespace DriveKeys {
+constexpr char Vendor[] = "vendor";
+constexpr char Model[] = "model";
+constexpr char ConnectionBus[] = "connectionBus";
+} // namespace DriveKeys
 
 Q_DECLARE_OPERATORS_FOR_FLAGS(Partition::StorageTypes)
 Q_DECLARE_METATYPE(Partition)

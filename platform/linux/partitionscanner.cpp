@@ -20,6 +20,15 @@ namespace {
 const QString RootPath = QStringLiteral("/");
 const QString HomePath = QStringLiteral("/home");
 
+QVariantMap driveMap(const QString &vendor, const QString &model, int connectionBus)
+{
+    return {
+        {QLatin1String(DriveKeys::Vendor), vendor},
+        {QLatin1String(DriveKeys::Model), model},
+        {QLatin1String(DriveKeys::ConnectionBus), connectionBus},
+    };
+}
+
 bool isMassStoragePath(const QString &path)
 {
     return path.startsWith(QLatin1String("/media/")) || path.startsWith(QLatin1String("/mnt/"))
@@ -191,11 +200,7 @@ QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, co
         data->probed = device.probed;
         data->filesystemType = !device.fsType.isEmpty() || !mount ? device.fsType : mount->fsType;
         data->storageType = types;
-        data->drive = {
-            {QStringLiteral("vendor"), device.driveVendor},
-            {QStringLiteral("model"), device.driveModel},
-            {QStringLiteral("connectionBus"), device.connectionBus},
-        };
+        data->drive = driveMap(device.driveVendor, device.driveModel, device.connectionBus);
         if (mount) {
             measure(*data, *mount, device.sizeBytes);
         } else {
@@ -233,11 +238,7 @@ QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, co
         data->filesystemType = entry->fsType;
         data->storageType = path == HomePath ? Partition::User
                 : homeHasOwnMount ? Partition::System : Partition::System | Partition::User;
-        data->drive = {
-            {QStringLiteral("vendor"), QString()},
-            {QStringLiteral("model"), QString()},
-            {QStringLiteral("connectionBus"), int(Partition::OtherBus)},
-        };
+        data->drive = driveMap(QString(), QString(), Partition::OtherBus);
         measure(*data, *entry, 0);
         partitions.append(Partition(data));
     }

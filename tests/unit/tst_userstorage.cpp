@@ -8,7 +8,7 @@
 #include "testfiles.h"
 #include "figurekeys.h"
 #include "quotasource.h"
-#include "storagekeys.h"
+#include "storagemaps.h"
 #include "userquotareport.h"
 #include "userstoragebreakdown.h"
 
@@ -42,9 +42,21 @@ bool run(const QString &program, const QStringList &arguments)
     return QProcess::execute(program, arguments) == 0;
 }
 
-QVariantMap summary(qulonglong used, qulonglong total, qulonglong available)
+SpaceFigures space(quint64 used, quint64 total, quint64 available)
 {
-    return {{StorageKeys::BytesUsed, used}, {StorageKeys::BytesTotal, total}, {StorageKeys::BytesAvailable, available}};
+    SpaceFigures figures;
+    figures.used = used;
+    figures.total = total;
+    figures.available = available;
+    return figures;
+}
+
+// The breakdown as the user-partition answer carries it.
+QVariantMap breakdownMap(const QuotaSource &quotas, uint uid, const SpaceFigures &partition)
+{
+    QVariantMap map;
+    StorageMaps::addUserBreakdown(map, UserStorageBreakdown(quotas).measure(uid, partition));
+    return map;
 }
 
 } // namespace
@@ -119,9 +131,9 @@ private slots:
     {
         setUsers({{100000, "alice"}});
         FakeQuotaSource quotas;
-        QVariantMap map = summary(10000, 50000, 40000);
+        const SpaceFigures partition = space(10000, 50000, 40000);
         QTest::ignoreMessage(QtWarningMsg, "fillInternalUserStorageInfo Failed to get quota for uid: 100000");
-        UserStorageBreakdown(quotas).fill(100000, map);
+        const QVariantMap map = breakdownMap(quotas, 100000, partition);
 
         QCOMPARE(map.value("bytesUsedPictures"), QVariant(qulonglong(1000)));
         QCOMPARE(map.value("bytesUsedVideos"), QVariant(qulonglong(0)));
@@ -143,8 +155,8 @@ private slots:
         setUsers({{100000, "alice"}, {100002, "carol"}});
         FakeQuotaSource quotas;
         quotas.softLimits[100000] = 0;
-        QVariantMap map = summary(10000, 50000, 40000);
-        UserStorageBreakdown(quotas).fill(100000, map);
+        const SpaceFigures partition = space(10000, 50000, 40000);
+        const QVariantMap map = breakdownMap(quotas, 100000, partition);
         QCOMPARE(map.value("bytesUsedOtherUsers"), QVariant(qlonglong(0)));
         QCOMPARE(map.value("bytesUsedOther"), QVariant(qulonglong(10000 - 1230)));
     }
@@ -154,8 +166,8 @@ private slots:
         setUsers({{100000, "alice"}, {100001, "bob"}});
         FakeQuotaSource quotas;
         quotas.softLimits[100000] = 0; // a hard limit alone: no quota
-        QVariantMap map = summary(10000, 50000, 40000);
-        UserStorageBreakdown(quotas).fill(100000, map);
+        const SpaceFigures partition = space(10000, 50000, 40000);
+        const QVariantMap map = breakdownMap(quotas, 100000, partition);
         // Her notes and her file loose in /home; nothing of hers in Bob's home.
         QCOMPARE(map.value("bytesUsedOther"), QVariant(qulonglong(350)));
         QCOMPARE(map.value("bytesUsedOtherUsers"), QVariant(qulonglong(10000 - 1230 - 350)));
@@ -168,9 +180,9 @@ private slots:
     {
         setUsers({{100000, "alice"}, {100001, "bob"}});
         FakeQuotaSource quotas;
-        QVariantMap map = summary(10000, 50000, 40000);
+        const SpaceFigures partition = space(10000, 50000, 40000);
         QTest::ignoreMessage(QtWarningMsg, "fillInternalUserStorageInfo Failed to get quota for uid: 100001");
-        UserStorageBreakdown(quotas).fill(100001, map);
+        const QVariantMap map = breakdownMap(quotas, 100001, partition);
         QCOMPARE(map.value("bytesUsedVideos"), QVariant(qulonglong(5000)));
         QCOMPARE(map.value("bytesUsedPictures"), QVariant(qulonglong(0)));
         // His file in Alice's home is inside another user's home: not counted.
@@ -200,8 +212,8 @@ private slots:
         setUsers({{100000, "alice"}});
         FakeQuotaSource quotas;
         quotas.softLimits[100000] = softLimit;
-        QVariantMap map = summary(10000, 50000, 40000);
-        UserStorageBreakdown(quotas).fill(100000, map);
+        const SpaceFigures partition = space(10000, 50000, 40000);
+        const QVariantMap map = breakdownMap(quotas, 100000, partition);
         QCOMPARE(map.value("bytesAvailable"), QVariant(available));
         QCOMPARE(map.value("bytesTotal"), QVariant(total));
         QCOMPARE(map.value("bytesUsed"), QVariant(qulonglong(10000)));
@@ -212,8 +224,8 @@ private slots:
         setUsers({{100000, "alice"}, {100001, "bob"}});
         FakeQuotaSource quotas;
         quotas.softLimits[4242] = 0;
-        QVariantMap map = summary(10000, 50000, 40000);
-        UserStorageBreakdown(quotas).fill(4242, map);
+        const SpaceFigures partition = space(10000, 50000, 40000);
+        const QVariantMap map = breakdownMap(quotas, 4242, partition);
         for (const QString &folder : FigureKeys::userFolders())
             QCOMPARE(map.value("bytesUsed" + folder), QVariant(qulonglong(0)));
         QCOMPARE(map.value("bytesUsedOther"), QVariant(qulonglong(0)));
@@ -223,12 +235,11 @@ private slots:
 
     void emptySummary()
     {
-        // Absent summary keys read 0, as the partition query may give nothing.
+        // The partition query may find no partition at all: every size is 0.
         setUsers({{100000, "alice"}});
         FakeQuotaSource quotas;
         quotas.softLimits[100000] = 0;
-        QVariantMap map;
-        UserStorageBreakdown(quotas).fill(100000, map);
+        const QVariantMap map = breakdownMap(quotas, 100000, SpaceFigures());
         QCOMPARE(map.value("bytesUsed"), QVariant(qulonglong(0)));
         QCOMPARE(map.value("bytesUsedOther"), QVariant(qulonglong(-1230)));
     }
@@ -239,7 +250,7 @@ private slots:
         FakeQuotaSource quotas;
         quotas.softLimits[100001] = 0;
         const UserStorageBreakdown breakdown(quotas);
-        QVariantMap s = summary(10000, 50000, 40000);
+        const SpaceFigures s = space(10000, 50000, 40000);
         const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100001, s);
         QCOMPARE(report.keys(), QStringList({"100001"}));
         const QVariantMap bob = report.value("100001");
@@ -255,7 +266,7 @@ private slots:
         FakeQuotaSource quotas;
         quotas.softLimits[100000] = 0;
         const UserStorageBreakdown breakdown(quotas);
-        QVariantMap s = summary(10000, 50000, 40000);
+        const SpaceFigures s = space(10000, 50000, 40000);
         QCOMPARE(UserQuotaReport(breakdown).collect(100000, s).keys(), QStringList({"100000"}));
     }
 
@@ -264,7 +275,7 @@ private slots:
         setUsers({{100000, "alice"}, {100001, "bob"}});
         FakeQuotaSource quotas;
         const UserStorageBreakdown breakdown(quotas);
-        QVariantMap s = summary(10000, 50000, 40000);
+        const SpaceFigures s = space(10000, 50000, 40000);
         QTest::ignoreMessage(QtWarningMsg, "fillInternalUserStorageInfo Failed to get quota for uid: 100000");
         QTest::ignoreMessage(QtWarningMsg, "fillInternalUserStorageInfo Failed to get quota for uid: 100001");
         const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100000, s);
@@ -279,14 +290,14 @@ private slots:
 
     void quotaReportCarriesFiguresFromUserToUser()
     {
-        // Alice's quota leaves nothing available in the shared map, and Bob's
-        // figures start from there.
+        // Alice's quota leaves nothing available in the figures carried on,
+        // and Bob's start from there.
         setUsers({{100000, "alice"}, {100001, "bob"}});
         FakeQuotaSource quotas;
         quotas.softLimits[100000] = 5; // 5120 bytes, below her 10000
         quotas.softLimits[100001] = 0;
         const UserStorageBreakdown breakdown(quotas);
-        QVariantMap s = summary(10000, 50000, 40000);
+        const SpaceFigures s = space(10000, 50000, 40000);
         const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100000, s);
         QCOMPARE(report["100000"].value("quotaIsSet"), QVariant(true));
         QCOMPARE(report["100000"].value("quotaLimit"), QVariant(qulonglong(5120)));
@@ -301,7 +312,7 @@ private slots:
         FakeQuotaSource quotas;
         quotas.softLimits[100001] = 100; // 102400 bytes
         const UserStorageBreakdown breakdown(quotas);
-        QVariantMap s = summary(10000, 50000, 40000);
+        const SpaceFigures s = space(10000, 50000, 40000);
         const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100001, s);
         QCOMPARE(report["100001"].value("quotaIsSet"), QVariant(true));
         QCOMPARE(report["100001"].value("quotaLimit"), QVariant(qulonglong(102400)));
@@ -316,7 +327,7 @@ private slots:
         FakeQuotaSource quotas;
         quotas.softLimits[100001] = quint64(1) << 54;
         const UserStorageBreakdown breakdown(quotas);
-        QVariantMap s = summary(10000, 50000, 40000);
+        const SpaceFigures s = space(10000, 50000, 40000);
         const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100001, s);
         QCOMPARE(report["100001"].value("quotaIsSet"), QVariant(true));
         QCOMPARE(report["100001"].value("quotaLimit"), QVariant(qulonglong(0)));

@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "externaldrives.h"
+
+#include "storagekeys.h"
+
+#include <QMutexLocker>
+
+#include <partitionmanager.h>
+
+namespace {
+
+QString driveType(int connectionBus)
+{
+    switch (connectionBus) {
+    case Partition::SDBus:
+        return QStringLiteral("SD");
+    case Partition::USBBus:
+        return QStringLiteral("USB");
+    case Partition::IEEE1394Bus:
+        return QStringLiteral("IEEE1394");
+    default:
+        return QStringLiteral("Unknown");
+    }
+}
+
+} // namespace
+
+ExternalDrives::ExternalDrives(PartitionManager *partitionManager, QObject *parent)
+    : QObject(parent), partitionManager(partitionManager)
+{
+    connect(partitionManager, &PartitionManager::partitionAdded, this, &ExternalDrives::partitionAdded);
+    connect(partitionManager, &PartitionManager::storageAdded, this, &ExternalDrives::storageAdded);
+    connect(partitionManager, &PartitionManager::partitionRemoved, this, &ExternalDrives::partitionRemoved);
+}
+
+QVariantMap ExternalDrives::summary()
+{
+    return rebuild().summary;
+}
+
+QVariantMapList ExternalDrives::drives()
+{
+    return rebuild().drives.values();
+}
+
+// The cut is always two characters, whatever the naming scheme: sda1 and sda2
+// share the key "sd" with every other sd disk. Clients know drives by these
+// keys, so the cut stays as it is.
+QString ExternalDrives::driveKey(const QString &deviceName)
+{
+    return deviceName.left(deviceName.length() - 2);
+}
+
+ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &partitions)
+{
+    using namespace StorageKeys;
+    Picture picture;
+    for (const Partition &partition : partitions)
+        picture.partitionsByDrive[driveKey(partition.deviceName())].append(partition);
+
+    quint32 mountedCount = 0;
+    quint64 total = 0;
+    quint64 free = 0;
+    quint64 available = 0;
+    picture.summary.insert(DeviceLabel, ExternalStorageLabel);
+    for (const QVector<Partition> &driveParts : qAsConst(picture.partitionsByDrive)) {
+        for (const Partition &part : driveParts) {
+            if (part.status() != Partition::Mounted)
+                continue;
+            ++mountedCount;
+            total += quint64(part.bytesTotal());
+            free += quint64(part.bytesFree());
+            available += quint64(part.bytesAvailable());
+        }
+    }
+    picture.summary.insert(Mounted, mountedCount > 0);
+    picture.summary.insert(CountMountedPartitions, mountedCount);
+    picture.summary.insert(BytesTotal, qulonglong(total));
+    picture.summary.insert(BytesAvailable, qulonglong(available));
+    picture.summary.insert(BytesUsed, qulonglong(total - free));
+
+    for (auto it = picture.partitionsByDrive.cbegin(); it != picture.partitionsByDrive.cend(); ++it) {
+        QVariantMap drive;
+        QVariantMapList partitionsInfo;
+        // Every partition names the drive again; the last one's name and type
+        // stand.
+        for (const Partition &part : it.value()) {
+            const QVariantMap partDrive = part.drive();
+            const QString driveName = QString(partDrive.value(QLatin1String(DriveKeys::Vendor)).toString()
+                                              + QLatin1Char(' ')
+                                              + partDrive.value(QLatin1String(DriveKeys::Model)).toString())
+                                              .trimmed();
+            drive.insert(DriveName, driveName);
+            drive.insert(DriveType, driveType(partDrive.value(QLatin1String(DriveKeys::ConnectionBus)).toInt()));
+
+            const qint64 partTotal = part.bytesTotal();
+            partitionsInfo.append({
+                {PartitionName, part.deviceLabel()},
+                {MountPoint, part.mountPath()},
+                {PartitionLabel, part.partitionLabel()},
+                {DriveName, driveName},
+                {BytesTotal, partTotal},
+                {BytesUsed, partTotal - part.bytesFree()},
+                {BytesAvailable, part.bytesAvailable()},
+            });
+        }
+        drive.insert(PartitionsInfo, QVariant::fromValue(partitionsInfo));
+        picture.drives.insert(it.key(), drive);
+    }
+    return picture;
+}
+
+ExternalDrives::Picture ExternalDrives::rebuild()
+{
+    const Picture picture = buildPicture(partitionManager->partitions(Partition::External));
+    publish(picture);
+    return picture;
+}
+
+void ExternalDrives::publish(const Picture &picture)
+{
+    QMutexLocker locker(&pictureLock);
+    assignPicture(picture);
+}
+
+// The maps are implicitly shared: under the lock only pointers are swapped.
+void ExternalDrives::assignPicture(const Picture &picture)
+{
+    externalStorageInfo = picture.summary;
+    partitionsByDrive = picture.partitionsByDrive;
+    driveMaps = picture.drives;
+}
+
+// Publishes the picture and announces it together with the drive of the
+// changed partition. The drive is looked up in the published drives with
+// insert-if-missing: a drive that has gone is announced with an empty map,
+// which stays in the drive list until the next rebuild. That empty map is how
+// clients learn that a drive was removed.
+void ExternalDrives::announce(const Picture &picture, const Partition &changed)
+{
+    QVariantMap summary;
+    QVariantMap drive;
+    {
+        QMutexLocker locker(&pictureLock);
+        assignPicture(picture);
+        summary = externalStorageInfo;
+        drive = driveMaps[driveKey(changed.deviceName())];
+    }
+    emit externalStorageChanged(summary);
+    emit externalDriveChanged(drive);
+}
+
+void ExternalDrives::partitionAdded(const Partition &partition)
+{
+    if (!(partition.storageType() & Partition::External))
+        return;
+    announce(buildPicture(partitionManager->partitions(Partition::External)), partition);
+}
+
+// The storage type is not looked at here, and a size equal to the last one
+// seen is taken for the same storage announced again: both on purpose, the
+// clients' view of when a card "arrived" depends on it.
+void ExternalDrives::storageAdded(const Partition &partition)
+{
+    if (partition.bytesTotal() == externalTotalBytes)
+        return;
+    externalTotalBytes = partition.bytesTotal();
+    announce(buildPicture(partitionManager->partitions(Partition::External)), partition);
+}
+
+// After the last external partition has gone, the summary announced is an
+// empty map, whereas a query in that state answers the full summary with
+// nothing mounted. Clients tell "all removed" from "nothing mounted" by it.
+void ExternalDrives::partitionRemoved(const Partition &partition)
+{
+    const QVector<Partition> external = partitionManager->partitions(Partition::External);
+    if (external.isEmpty()) {
+        externalTotalBytes = 0;
+        announce(Picture(), partition);
+        return;
+    }
+    announce(buildPicture(external), partition);
+}
