@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The mount table reader on fixture files, and the rules that turn mounts and
 // block devices into typed partitions. No devices, no bus.
+#include "partitionjoin.h"
 #include "partitionscanner.h"
 
 #include <QTemporaryDir>
@@ -238,6 +239,30 @@ private slots:
         for (int n : {10, 2, 1})
             devices.append(device(QStringLiteral("sda%1").arg(n), makedev(8, n), true));
         QCOMPARE(names(PartitionScanner::build({}, devices)), QStringList({"sda1", "sda2", "sda10"}));
+    }
+
+    void linkedSourceNamesItsDevice()
+    {
+        // A file system with an anonymous device number (major 0) mounted
+        // through a link: only the resolved link ties it to the card. Sources
+        // outside /dev are never resolved.
+        QStringList asked;
+        const auto resolve = [&asked](const QString &source) {
+            asked << source;
+            return source == QLatin1String("/dev/disk/by-label/CARD") ? QStringLiteral("/dev/mmcblk1p1") : QString();
+        };
+        const QVector<MountEntry> mounts = {mount("/dev/disk/by-label/CARD", "/media/card", makedev(0, 45), "btrfs"),
+                                            mount("server:/share", "/mnt/share", makedev(0, 46), "nfs")};
+        const QVector<PartitionJoin::Entry> entries = PartitionJoin::join(
+                mounts, {device("mmcblk1p1", makedev(179, 33), true, Partition::SDBus)}, resolve);
+        QCOMPARE(entries.size(), 1);
+        QCOMPARE(entries.at(0).data->deviceName, QStringLiteral("mmcblk1p1"));
+        QCOMPARE(entries.at(0).data->storageType, Partition::StorageTypes(Partition::External));
+        QCOMPARE(entries.at(0).mount, &mounts.at(0));
+        // Not measured: unmounted, with the device's size, until the scanner asks the file system.
+        QCOMPARE(entries.at(0).data->status, Partition::Unmounted);
+        QCOMPARE(entries.at(0).data->bytesTotal, qint64(1024 * 1024));
+        QCOMPARE(asked, QStringList({"/dev/disk/by-label/CARD"}));
     }
 
     void nullPartitionIsNeutral()
