@@ -69,6 +69,11 @@ class QSocketNotifier;
 // picture and waits for nothing else. refresh() may be called from any thread
 // too, and scans on that thread: it takes as long as a scan does, so the
 // thread that serves the bus must not call it once the daemon serves.
+//
+// Its source is a little longer than its neighbours': the scan thread's two
+// helpers (what a scan reads, and the mailbox where it leaves its result)
+// live there, private to the manager, because they exist only for its scans
+// and keep its rules on generations and on closing.
 class PartitionManager : public QObject
 {
     Q_OBJECT
