@@ -182,8 +182,12 @@ class Load:
             connection.close()
         self._connections = []
 
-    def run(self, total, calls, deadline=120.0):
-        """TOTAL calls spread evenly over the clients; returns a Result."""
+    def run(self, total, calls, deadline=120.0, after_each=None):
+        """TOTAL calls spread evenly over the clients; returns a Result.
+
+        AFTER_EACH, when given, is called with the Result so far after every
+        answer or error: a test that acts in the middle of a load acts after
+        so many answers, not after a time, which a fast machine may outrun."""
         connections = self.connect()
         result = Result()
         result.per_client = [0] * len(connections)
@@ -215,6 +219,8 @@ class Load:
                 problem = call.problem(value)
                 if problem:
                     result.problems.append((call, problem))
+            if after_each:
+                after_each(result)
             if sent[client] < quota[client]:
                 send(client)
             elif outstanding[0] == 0:

@@ -262,21 +262,14 @@ class OfonoTest(cleanexit.CleanExit, simtest.SimTestCase):
         self.addCleanup(load.close)
         calls = 8000
         seen = []
-        check_cards = self.cards_checker((0, 2), seen)
-
-        # oFono is killed once a quarter of the calls (half of them ask for
-        # the cards) have been answered, not after a time: on a fast machine
-        # every call can be answered before a timer fires, and the test would
-        # never see oFono go.
-        def kill_after_a_quarter(value):
-            problem = check_cards(value)
-            if len(seen) == calls // 8:
-                ofono.process.kill()
-            return problem
-        cards = loadclients.Call(SIM_PATH, SIM_IFACE, 'getSimCardsInfo', kill_after_a_quarter)
+        cards = loadclients.Call(SIM_PATH, SIM_IFACE, 'getSimCardsInfo', self.cards_checker((0, 2), seen))
         model = loadclients.Call(FEATURES_PATH, FEATURES_IFACE, 'getNumberCpuCores',
                                  lambda value: None if isinstance(value, dbus.UInt32) else repr(value))
-        result = load.run(calls, [cards, model])
+
+        def kill_after_a_quarter(result):
+            if result.answered == calls // 4:
+                ofono.process.kill()
+        result = load.run(calls, [cards, model], after_each=kill_after_a_quarter)
         self.assertEqual(result.problems, [], result)
         self.assertEqual(result.answered, calls)
         # oFono went in the middle: two cards before, none after, nothing
