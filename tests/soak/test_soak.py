@@ -79,6 +79,12 @@ REPLY_DEADLINE = STALL_SECONDS + PEER_CALL_TIMEOUT + 35
 # Changes the daemon learns of through signals of the peer (oFono, dconf)
 # reach its answers a little later than they happen.
 SIGNAL_LAG = 5.0
+# An answer about the card may be a little older than the call: identical
+# storage queries in flight share one computation, which may have read the
+# mount table just before a change, and the daemon's own picture follows the
+# mount table a rescan later. Neither is older than one computation, which
+# takes well under this even in the sanitizer builds.
+MEDIA_LAG = 5.0
 # Calls whose answers depend on a peer are drawn this many times as often as
 # the others, and the user manager's events (the peer the locale and the user
 # figures wait for) as often as the other events: where peers fail is where
@@ -310,12 +316,12 @@ class Expectations:
                                                          signature='sv')),
                                  's', [FEATURES_IFACE]))
 
-        def storages(method, check, weight=1):
-            return Expect(STORAGES_PATH, STORAGES_IFACE, method, check, weight=weight)
+        def storages(method, check, weight=1, lag=0.0):
+            return Expect(STORAGES_PATH, STORAGES_IFACE, method, check, weight=weight, lag=lag)
         return features + properties + [
             Expect(SIM_PATH, SIM_IFACE, 'getSimCardsInfo', self.sim_cards, lag=SIGNAL_LAG, weight=PEER_WEIGHT),
-            storages('getExternalStorageInfo', self.external_summary),
-            storages('getExternalStorageDrivesInfo', self.external_drives),
+            storages('getExternalStorageInfo', self.external_summary, lag=MEDIA_LAG),
+            storages('getExternalStorageDrivesInfo', self.external_drives, lag=MEDIA_LAG),
             storages('getInternalStorageInfo', lambda v, s: map_with(PARTITION_SUMMARY_KEYS)(v)),
             storages('getInternalUserPartitionInfo', self.user_partition, weight=PEER_WEIGHT),
             storages('getSystemStorageInfo', self.system_storage),
