@@ -307,6 +307,42 @@ class OfonoTest(cleanexit.CleanExit, simtest.SimTestCase):
         self.assertEqual(daemon.terminate(), 0)
         self.assertNoSanitizerReport(daemon)
 
+    def test_never_answered_modem_list_is_not_asked_again(self):
+        # A list that is still on its way is waited for, not asked for anew:
+        # every call oFono holds counts against the few calls the bus lets the
+        # daemon have outstanding.
+        ofono = scriptedpeer.ScriptedPeer(self, 'org.ofono', '/', {
+            'org.ofono.Manager.GetModems': ('s', 'never sent', scriptedpeer.NEVER),
+        })
+        daemon = self.start_sim_daemon()
+        ofono.wait_for_call('org.ofono.Manager.GetModems')
+        ofono.calls_within(1)
+        self.assertNotIn('org.ofono.Manager.GetModems', ofono.calls_within(4))
+        self.assertEqual(daemon.terminate(), 0)
+        self.assertNoSanitizerReport(daemon)
+
+    def test_never_read_modems_block_nothing(self):
+        # oFono lists two modems but sits on every question about them: the
+        # daemon waits for their properties without waiting on them, and
+        # serves on, with no cards to list.
+        never = ('s', 'never sent', scriptedpeer.NEVER)
+        ofono = scriptedpeer.ScriptedPeer(self, 'org.ofono', scriptedpeer.ANY_PATH, {
+            'org.ofono.Manager.GetModems': ('a(oa{sv})', ['/ril_0', '/ril_1']),
+            'org.ofono.Modem.GetProperties': never,
+            'org.ofono.ConnectionManager.GetProperties': never,
+            'org.ofono.SimManager.GetProperties': never,
+        })
+        daemon = self.start_sim_daemon()
+        ofono.wait_for_call('org.ofono.Modem.GetProperties')
+        load = loadclients.Load(self.system_bus.address, clients=16, in_flight=4)
+        self.addCleanup(load.close)
+        cards = loadclients.Call(SIM_PATH, SIM_IFACE, 'getSimCardsInfo', dbus.Array([], signature='a{sv}'))
+        result = load.run(1600, [cards])
+        self.assertEqual(result.problems, [], result)
+        self.assertLess(result.seconds, 10)
+        self.assertEqual(daemon.terminate(), 0)
+        self.assertNoSanitizerReport(daemon)
+
 
 if __name__ == '__main__':
     plinthtest.main()
