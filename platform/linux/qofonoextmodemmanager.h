@@ -7,32 +7,31 @@
 #include <QSharedPointer>
 #include <QString>
 #include <QStringList>
-#include <QVariantMap>
 
+class DataSimCandidate;
 class DefaultVoiceSimSetting;
-class OfonoModem;
-class QDBusObjectPath;
-class QDBusPendingCallWatcher;
-class QDBusServiceWatcher;
-class QTimer;
+class OfonoModemList;
 
 // The modems of the telephony stack and the default SIMs for data and voice,
-// on stock oFono ("org.ofono" on the system bus):
+// on oFono ("org.ofono" on the system bus) through libqofono, the daemon's one
+// client of oFono:
 //
 // - ready(): oFono is on the bus and its modem list has been read
-//   (org.ofono.Manager GetModems). It turns false when oFono leaves the bus and
-//   true again once the list of its new instance is read. A GetModems that
-//   fails while oFono is on the bus is tried again, at growing intervals.
+//   (QOfonoManager). It turns false when oFono leaves the bus and true again
+//   once the list of its new instance is read. A list that cannot be read
+//   while oFono is on the bus (an error, or an answer that is not a modem
+//   list) is asked for again, at growing intervals; one still waiting for its
+//   answer is not.
 // - availableModems(): the object paths of oFono's modems in path order (plain
-//   string order), from GetModems and then ModemAdded and ModemRemoved; empty
-//   while not ready.
+//   string order), as the list was read and then as oFono adds and removes
+//   modems; empty while not ready.
 // - defaultDataSim(): the subscriber identity (org.ofono.SimManager
 //   "SubscriberIdentity") of the SIM of the first modem, in path order, whose
 //   org.ofono.ConnectionManager is "Powered"; empty when no modem is, or when
-//   that modem's SIM has no identity. It follows both interfaces'
-//   PropertyChanged, so a data SIM switch is announced. It is worked out only
-//   when the properties of every listed modem have been read, so a half-read
-//   list never announces a passing value.
+//   that modem's SIM has no identity (DataSimCandidate). It follows both
+//   interfaces, so a data SIM switch is announced. It is worked out only when
+//   the properties of every listed modem have been read, so a half-read list
+//   never announces a passing value.
 // - defaultVoiceSim(): the subscriber identity of the voice SIM setting
 //   (DefaultVoiceSimSetting); empty when unset.
 //
@@ -46,6 +45,9 @@ class QTimer;
 //
 // Modems that oFono adds after the list was read are listed and announced by
 // availableModemsChanged(); readiness does not change for them.
+//
+// Nothing here waits for oFono: every libqofono object is made and asked in
+// its non-blocking way, and all of them live on the thread of this object.
 //
 // One object is shared by all users: instance() gives the living one or makes
 // a new one. It lives on the thread that first asks for it.
@@ -72,27 +74,20 @@ signals:
     void defaultDataSimChanged(const QString &imsi);
     void defaultVoiceSimChanged(const QString &imsi);
 
-private slots:
-    void onModemAdded(const QDBusObjectPath &path, const QVariantMap &properties);
-    void onModemRemoved(const QDBusObjectPath &path);
-
 private:
     explicit QOfonoExtModemManager(QObject *parent = nullptr);
 
-    void queryModems();
-    void onModemsRead(QDBusPendingCallWatcher *watcher);
-    void forgetOfono();
-    void addModem(const QString &path, const QVariantMap &properties);
+    void followOfono();
+    void onAvailableChanged(bool available);
+    void onModemsChanged();
+    void takeModems(const QStringList &modems);
     void setReady(bool ready);
     void updateDefaultDataSim();
     void updateDefaultVoiceSim();
 
-    QDBusServiceWatcher *m_serviceWatcher;
+    OfonoModemList *m_modemList = nullptr;
     DefaultVoiceSimSetting *m_voiceSimSetting;
-    QTimer *m_retryTimer;
-    int m_retryDelay;
-    QDBusPendingCallWatcher *m_modemsQuery = nullptr;
-    QMap<QString, OfonoModem *> m_modems;
+    QMap<QString, DataSimCandidate *> m_modems;
     bool m_ready = false;
     QString m_defaultDataSim;
     QString m_defaultVoiceSim;

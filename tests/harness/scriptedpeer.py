@@ -10,13 +10,17 @@
     peer.kill()                      # disappears with the call unanswered
 
 It runs as a process of its own (this file is its program) and owns NAME on
-the system bus of DBUS_SYSTEM_BUS_ADDRESS. Each method is "INTERFACE.MEMBER"
+the system bus of DBUS_SYSTEM_BUS_ADDRESS, and answers on PATH (ANY_PATH: on
+every path, as a peer with objects of its own). Each method is "INTERFACE.MEMBER"
 (for a property read "org.freedesktop.DBus.Properties.Get:PROPERTY") with the
 reply's signature and value and, optionally, a delay in seconds or NEVER: a
 call held that way is never answered, while the peer keeps answering every
 other call, as a peer stuck on one request does. Unknown methods get an
 UnknownMethod error. Every call is reported on the peer's standard output
 before it is handled, so a test can wait until the daemon is inside a call.
+
+Besides u, s and b, a reply may be a list of object paths with the signature
+a(oa{sv}), each with no properties, as a modem manager lists its modems.
 
 A running peer can be told to fail (peer.fail(): every call gets a Failed
 error) and to answer again (peer.answer()).
@@ -32,6 +36,7 @@ import threading
 import time
 
 NEVER = 'never'
+ANY_PATH = '*'
 FAIL = 'FAIL'
 ANSWER = 'ANSWER'
 
@@ -80,6 +85,18 @@ class ScriptedPeer:
         self.process.stdin.write(word + '\n')
         self.process.stdin.flush()
 
+    def calls_within(self, seconds):
+        """The calls the peer reports during the next SECONDS, in order."""
+        deadline = time.monotonic() + seconds
+        seen = []
+        while True:
+            line = self._next(max(0.0, deadline - time.monotonic()))
+            if line is None:
+                self.calls.extend(seen)
+                return seen
+            if line.startswith('CALL '):
+                seen.append(line[5:])
+
     def fail(self):
         """From now on every call gets an org.freedesktop.DBus.Error.Failed."""
         self._command(FAIL)
@@ -109,6 +126,9 @@ def _typed(signature, value):
         return dbus.String(value)
     if signature == 'b':
         return dbus.Boolean(value)
+    if signature == 'a(oa{sv})':
+        return dbus.Array([dbus.Struct((dbus.ObjectPath(path), dbus.Dictionary({}, signature='sv')))
+                           for path in value], signature='(oa{sv})')
     if signature == 'v':
         inner_signature, inner = value
         typed = _typed(inner_signature, inner)
@@ -146,7 +166,7 @@ def _serve(name, path, script):
         return False
 
     def handle(connection, message):
-        if not isinstance(message, dbus.lowlevel.MethodCallMessage) or message.get_path() != path:
+        if not isinstance(message, dbus.lowlevel.MethodCallMessage) or path not in (ANY_PATH, message.get_path()):
             return dbus.lowlevel.HANDLER_RESULT_NOT_YET_HANDLED
         key = '%s.%s' % (message.get_interface(), message.get_member())
         if key == 'org.freedesktop.DBus.Properties.Get':

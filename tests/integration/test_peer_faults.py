@@ -283,14 +283,18 @@ class OfonoTest(cleanexit.CleanExit, simtest.SimTestCase):
         self.assertEqual(daemon.terminate(), 0)
         self.assertNoSanitizerReport(daemon)
 
-    def test_never_answering_ofono_blocks_nothing(self):
-        # oFono owns its name but sits on every request: the SIM side asks
-        # asynchronously, so the daemon serves on, with no cards to list.
+    def start_with_modem_list_held(self):
+        """oFono that owns its name but never answers for its modem list, and
+        the daemon once it has asked; returns both."""
         ofono = scriptedpeer.ScriptedPeer(self, 'org.ofono', '/', {
             'org.ofono.Manager.GetModems': ('s', 'never sent', scriptedpeer.NEVER),
         })
         daemon = self.start_sim_daemon()
         ofono.wait_for_call('org.ofono.Manager.GetModems')
+        return ofono, daemon
+
+    def assertServesNoCards(self, daemon):
+        """Calls for the cards are all answered, at once, with no cards; the daemon then ends cleanly."""
         load = loadclients.Load(self.system_bus.address, clients=16, in_flight=4)
         self.addCleanup(load.close)
         cards = loadclients.Call(SIM_PATH, SIM_IFACE, 'getSimCardsInfo', dbus.Array([], signature='a{sv}'))
@@ -299,6 +303,37 @@ class OfonoTest(cleanexit.CleanExit, simtest.SimTestCase):
         self.assertLess(result.seconds, 10)
         self.assertEqual(daemon.terminate(), 0)
         self.assertNoSanitizerReport(daemon)
+
+    def test_never_answering_ofono_blocks_nothing(self):
+        # oFono owns its name but sits on every request: the SIM side asks
+        # asynchronously, so the daemon serves on, with no cards to list.
+        _, daemon = self.start_with_modem_list_held()
+        self.assertServesNoCards(daemon)
+
+    def test_never_answered_modem_list_is_not_asked_again(self):
+        # A list that is still on its way is waited for, not asked for anew:
+        # every call oFono holds counts against the few calls the bus lets the
+        # daemon have outstanding.
+        ofono, daemon = self.start_with_modem_list_held()
+        ofono.calls_within(1)
+        self.assertNotIn('org.ofono.Manager.GetModems', ofono.calls_within(4))
+        self.assertEqual(daemon.terminate(), 0)
+        self.assertNoSanitizerReport(daemon)
+
+    def test_never_read_modems_block_nothing(self):
+        # oFono lists two modems but sits on every question about them: the
+        # daemon waits for their properties without waiting on them, and
+        # serves on, with no cards to list.
+        never = ('s', 'never sent', scriptedpeer.NEVER)
+        ofono = scriptedpeer.ScriptedPeer(self, 'org.ofono', scriptedpeer.ANY_PATH, {
+            'org.ofono.Manager.GetModems': ('a(oa{sv})', ['/ril_0', '/ril_1']),
+            'org.ofono.Modem.GetProperties': never,
+            'org.ofono.ConnectionManager.GetProperties': never,
+            'org.ofono.SimManager.GetProperties': never,
+        })
+        daemon = self.start_sim_daemon()
+        ofono.wait_for_call('org.ofono.Modem.GetProperties')
+        self.assertServesNoCards(daemon)
 
 
 if __name__ == '__main__':
