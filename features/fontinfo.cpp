@@ -6,6 +6,7 @@
 #include <QFileInfo>
 
 #include <memory>
+#include <system_error>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define PLINTHD_LEAK_CHECKER 1
@@ -45,9 +46,37 @@ bool initFontconfig()
 
 } // namespace
 
-FontInfo::FontInfo()
+FontconfigStart::FontconfigStart()
 {
-    if (initFontconfig())
+    try {
+        m_thread = std::thread([this] { m_initialised = initFontconfig(); });
+    } catch (const std::system_error &) {
+        // No thread to be had (the process is at its limit): start here.
+        m_initialised = initFontconfig();
+    }
+}
+
+FontconfigStart::~FontconfigStart()
+{
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+bool FontconfigStart::succeeded()
+{
+    if (m_thread.joinable())
+        m_thread.join();
+    return m_initialised;
+}
+
+FontInfo::FontInfo()
+    : FontInfo(FontconfigStart())
+{
+}
+
+FontInfo::FontInfo(FontconfigStart &&start)
+{
+    if (start.succeeded())
         setPattern(FcPatternCreate());
     else
         qCWarning(lcPlinthd) << "Font configuration is not initialized";
