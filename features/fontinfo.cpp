@@ -6,7 +6,6 @@
 #include <QFileInfo>
 
 #include <memory>
-#include <system_error>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define PLINTHD_LEAK_CHECKER 1
@@ -47,25 +46,13 @@ bool initFontconfig()
 } // namespace
 
 FontconfigStart::FontconfigStart()
+    : m_task([this] { m_initialised = initFontconfig(); })
 {
-    try {
-        m_thread = std::thread([this] { m_initialised = initFontconfig(); });
-    } catch (const std::system_error &) {
-        // No thread to be had (the process is at its limit): start here.
-        m_initialised = initFontconfig();
-    }
-}
-
-FontconfigStart::~FontconfigStart()
-{
-    if (m_thread.joinable())
-        m_thread.join();
 }
 
 bool FontconfigStart::succeeded()
 {
-    if (m_thread.joinable())
-        m_thread.join();
+    m_task.wait();
     return m_initialised;
 }
 

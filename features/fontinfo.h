@@ -7,26 +7,24 @@
 
 #include <fontconfig/fontconfig.h>
 
-#include <thread>
+#include "startuptask.h"
 
 // Fontconfig's own start: reading its configuration and the caches of every
 // font folder, several milliseconds that nothing else of the daemon's start
-// needs. It runs on a thread of its own from the moment this is made, beside
-// the other start-up probes, until succeeded() takes its outcome. Nothing
-// else touches fontconfig meanwhile; after succeeded() only the thread that
-// called it does.
+// needs. It runs as a StartupTask from the moment this is made until
+// succeeded() takes its outcome. Nothing else touches fontconfig meanwhile.
 class FontconfigStart
 {
 public:
     FontconfigStart();
-    ~FontconfigStart();
 
     // Waits for the start to finish: whether fontconfig is ready for use.
     bool succeeded();
 
 private:
-    std::thread m_thread;
+    // Written by the task, read once it has been waited for.
     bool m_initialised = false;
+    StartupTask m_task;
 
     Q_DISABLE_COPY(FontconfigStart)
 };
