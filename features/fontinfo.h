@@ -2,12 +2,12 @@
 #ifndef PLINTHD_FONTINFO_H
 #define PLINTHD_FONTINFO_H
 
+#include "startuptask.h"
+
 #include <QString>
 #include <QStringList>
 
 #include <fontconfig/fontconfig.h>
-
-#include "startuptask.h"
 
 // Fontconfig's own start: reading its configuration and the caches of every
 // font folder, several milliseconds that nothing else of the daemon's start
