@@ -2,49 +2,34 @@
 #ifndef PLINTHD_CAMERARESOLUTIONS_H
 #define PLINTHD_CAMERARESOLUTIONS_H
 
-#include <QCamera>
-#include <QObject>
-#include <QString>
-
-class QCameraInfo;
+#include <functional>
 
 // The still resolution, in whole megapixels, of the first back and the first
 // front camera. Measuring is asynchronous: measure() loads the cameras, and
 // each is measured when it reports that it has loaded, recorded in the device
 // description file and unloaded again. Until then its resolution is 0.0.
-class CameraResolutions : public QObject
+//
+// The measuring itself is in the camera module (MultimediaCameras), which
+// CameraModule loads: this is all the daemon sees of it.
+class CameraResolutions
 {
-    Q_OBJECT
-
 public:
-    explicit CameraResolutions(QObject *parent);
-    ~CameraResolutions() override;
+    // Called on the thread that made the object, once for every camera
+    // measured (its resolution may still be 0.0).
+    using MeasuredCallback = std::function<void()>;
+
+    virtual ~CameraResolutions() = default;
 
     // Loads the cameras again unless both resolutions are known.
-    void measure();
+    virtual void measure() = 0;
 
-    double mainResolution() const { return m_mainResolution; }
-    double frontalResolution() const { return m_frontalResolution; }
-
-signals:
-    // One camera has been measured (its resolution may still be 0.0).
-    void measured();
-
-private slots:
-    void measureMainCamera(QCamera::Status status);
-    void measureFrontalCamera(QCamera::Status status);
-
-private:
-    void replaceCamera(QCamera **camera, const QCameraInfo &info, QCamera::Position position,
-                       void (CameraResolutions::*statusSlot)(QCamera::Status));
-    void measureCamera(QCamera *camera, QCamera::Status status, double *resolution, const QString &fileKey);
-
-    double m_mainResolution = 0.0;
-    double m_frontalResolution = 0.0;
-    // Made anew on every measuring round; empty when the device has no camera
-    // on that side.
-    QCamera *m_mainCamera = nullptr;
-    QCamera *m_frontalCamera = nullptr;
+    virtual double mainResolution() const = 0;
+    virtual double frontalResolution() const = 0;
 };
+
+// The one function the camera module exports, under this name: a new
+// measurer, owned by the caller.
+using CreateCameraResolutions = CameraResolutions *(*)(const CameraResolutions::MeasuredCallback &measured);
+inline constexpr char CreateCameraResolutionsName[] = "plinthd_create_camera_resolutions";
 
 #endif // PLINTHD_CAMERARESOLUTIONS_H

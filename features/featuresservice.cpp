@@ -11,17 +11,22 @@
 #include <QLocale>
 #include <QTimeZone>
 
+#include <utility>
+
 static const QString ServiceName = QStringLiteral("org.norvu.plinth");
 static const QString ObjectPath = QStringLiteral("/org/norvu/plinth/Features");
 
 FeaturesService::FeaturesService(QObject *parent)
     : BasicService(ServiceName, ObjectPath, parent)
 {
+    // Fontconfig starts on a thread of its own while SysInfo probes, which
+    // waits mostly for its children and the bus.
+    FontconfigStart fontconfig;
     // Probes everything that does not change while the system runs, before the
     // object can be called.
     sysInfo = new SysInfo(this);
     localeInfo = new LocaleInfo();
-    fontInfo = new FontInfo();
+    fontInfo = new FontInfo(std::move(fontconfig));
     setAdaptor(new FeaturesAdaptor(this));
     connect(sysInfo, &SysInfo::cameraEnabledChanged, this, &FeaturesService::cameraEnabledChanged);
 }

@@ -45,9 +45,25 @@ bool initFontconfig()
 
 } // namespace
 
-FontInfo::FontInfo()
+FontconfigStart::FontconfigStart()
+    : m_task([this] { m_initialised = initFontconfig(); })
 {
-    if (initFontconfig())
+}
+
+bool FontconfigStart::succeeded()
+{
+    m_task.wait();
+    return m_initialised;
+}
+
+FontInfo::FontInfo()
+    : FontInfo(FontconfigStart())
+{
+}
+
+FontInfo::FontInfo(FontconfigStart &&start)
+{
+    if (start.succeeded())
         setPattern(FcPatternCreate());
     else
         qCWarning(lcPlinthd) << "Font configuration is not initialized";

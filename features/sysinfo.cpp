@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "sysinfo.h"
 
-#include "cameraresolutions.h"
+#include "cameramodule.h"
 #include "hardwarefacts.h"
 #include "osidentityprobe.h"
 
@@ -18,8 +18,16 @@ const uint OsTypeCode = 64;
 } // namespace
 
 SysInfo::SysInfo(QObject *parent)
+    : SysInfo(parent, CameraModule::besideTheProgram())
+{
+}
+
+SysInfo::SysInfo(QObject *parent, const QString &cameraModulePath)
     : QObject(parent)
 {
+    // Loading the module takes longest of all the start's work, and the
+    // cameras come last: it starts first.
+    CameraModule cameraModule(cameraModulePath);
     accessPolicy = new Brisa::AccessPolicy(nullptr);
     waitForPolicyManager = false;
 
@@ -39,15 +47,14 @@ SysInfo::SysInfo(QObject *parent)
 
     // Last, once every other fact is known. Measuring is asynchronous: it ends
     // from the event loop, when each camera reports that it has loaded.
-    cameras = new CameraResolutions(this);
-    connect(cameras, &CameraResolutions::measured, this, [this] { emit cameraEnabledChanged(true); });
+    cameras = cameraModule.create([this] { emit cameraEnabledChanged(true); });
     watchPolicyManager();
 }
 
 SysInfo::~SysInfo()
 {
     delete accessPolicy;
-    delete cameras;
+    cameras.reset();
     delete deviceFacts;
     delete aboutSettings;
     delete batteryStatus;

@@ -19,8 +19,9 @@ class AccessPolicy;
 
 // Hardware and OS facts of the device, as FeaturesService asks for them. The
 // work is done by one class a job: HardwareFacts (lscpu, /proc, /sys),
-// OsIdentityProbe (the package database, systemd), CameraResolutions, and the
-// platform's settings objects (battery, radios, device model, version).
+// OsIdentityProbe (the package database, systemd), CameraResolutions (from
+// the camera module, CameraModule), and the platform's settings objects
+// (battery, radios, device model, version).
 //
 // Everything that cannot change while the system runs is probed once, in the
 // constructor, with the probes' child processes and their bus question all
@@ -32,7 +33,10 @@ class SysInfo : public QObject
     Q_OBJECT
 
 public:
+    // The cameras are measured by the camera module installed beside the
+    // program, or by the one at CAMERAMODULEPATH.
     explicit SysInfo(QObject *parent);
+    SysInfo(QObject *parent, const QString &cameraModulePath);
     ~SysInfo() override;
 
     uint getNumberCpuCores();
@@ -76,7 +80,7 @@ private:
     BatteryStatus *batteryStatus = nullptr;
     AboutSettings *aboutSettings = nullptr;
     DeviceInfo *deviceFacts = nullptr;
-    CameraResolutions *cameras = nullptr;
+    std::unique_ptr<CameraResolutions> cameras;
     // Created first in the constructor, without a parent; deleted first.
     Brisa::AccessPolicy *accessPolicy = nullptr;
     // The policy manager was not on the bus at start-up: each time it appears,

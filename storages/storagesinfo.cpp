@@ -40,8 +40,9 @@ StoragesInfo::StoragesInfo(QObject *parent)
     // Asked from the main thread only, before a query that needs the user
     // goes to a worker.
     userManager = new UserManagerClient(this);
+    // The manager scans once as it is made, so the picture is current here; a
+    // second scan at once would only repeat the statvfs() of every mount.
     partitionManager = new PartitionManager(this);
-    partitionManager->refresh();
     externalDrives = new ExternalDrives(partitionManager, this);
     connect(externalDrives, &ExternalDrives::externalStorageChanged, this, &StoragesInfo::externalStorageChanged);
     connect(externalDrives, &ExternalDrives::externalDriveChanged, this, &StoragesInfo::externalDriveChanged);

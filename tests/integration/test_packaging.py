@@ -117,6 +117,8 @@ class InstallTest(unittest.TestCase):
         lib = self.lib_dir()
         return sorted([
             p + '/sbin/plinthd',
+            # the daemon's camera module, found from the daemon's own folder
+            lib + '/plinthd/plinthd-cameras.so',
             p + '/bin/plinthctl',
             # the client library and what building against it takes
             lib + '/libplinth-qt5.so.1.0.0',

@@ -79,7 +79,7 @@ void TestSysInfoCameras::zeroIsMeasuredAgainOnEveryPolicyChange()
 {
     useCameras("back:640x480");
     startManager();
-    SysInfo info(nullptr);
+    SysInfo info(nullptr, QStringLiteral(PLINTHD_CAMERA_MODULE));
     QSignalSpy enabled(&info, &SysInfo::cameraEnabledChanged);
 
     QTRY_COMPARE(enabled.count(), 1);
@@ -101,7 +101,7 @@ void TestSysInfoCameras::zeroIsMeasuredAgainOnEveryPolicyChange()
 void TestSysInfoCameras::eachCameraIsMeasuredOnce()
 {
     useCameras("back:4032x3024,front:640x480");
-    SysInfo info(nullptr);
+    SysInfo info(nullptr, QStringLiteral(PLINTHD_CAMERA_MODULE));
     QSignalSpy enabled(&info, &SysInfo::cameraEnabledChanged);
 
     QTRY_COMPARE(enabled.count(), 2);
@@ -116,12 +116,12 @@ void TestSysInfoCameras::aNewProviderMeasuresAnew()
 {
     useCameras("back:4032x3024");
     {
-        SysInfo first(nullptr);
+        SysInfo first(nullptr, QStringLiteral(PLINTHD_CAMERA_MODULE));
         QSignalSpy enabled(&first, &SysInfo::cameraEnabledChanged);
         QTRY_COMPARE(enabled.count(), 1);
         QCOMPARE(first.getMainCameraResolution(), 12.0);
     }
-    SysInfo second(nullptr);
+    SysInfo second(nullptr, QStringLiteral(PLINTHD_CAMERA_MODULE));
     QCOMPARE(second.getMainCameraResolution(), 0.0);
     QSignalSpy enabled(&second, &SysInfo::cameraEnabledChanged);
     QTRY_COMPARE(enabled.count(), 1);
@@ -150,7 +150,7 @@ void TestSysInfoCameras::megapixels()
     QFETCH(double, main);
     QFETCH(double, frontal);
     useCameras(cameras);
-    SysInfo info(nullptr);
+    SysInfo info(nullptr, QStringLiteral(PLINTHD_CAMERA_MODULE));
     QSignalSpy enabled(&info, &SysInfo::cameraEnabledChanged);
 
     QTRY_COMPARE(enabled.count(), 2);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "cameraresolutions.h"
+#include "multimediacameras.h"
 
 #include "devicedescriptionfile.h"
 #include "logging.h"
@@ -29,18 +29,18 @@ double megapixels(const QList<QSize> &sizes)
 
 } // namespace
 
-CameraResolutions::CameraResolutions(QObject *parent)
-    : QObject(parent)
+MultimediaCameras::MultimediaCameras(const MeasuredCallback &measured)
+    : m_measured(measured)
 {
 }
 
-CameraResolutions::~CameraResolutions()
+MultimediaCameras::~MultimediaCameras()
 {
     delete m_frontalCamera;
     delete m_mainCamera;
 }
 
-void CameraResolutions::measure()
+void MultimediaCameras::measure()
 {
     if (m_mainResolution != 0.0 && m_frontalResolution != 0.0)
         return;
@@ -55,18 +55,18 @@ void CameraResolutions::measure()
     if (back.isEmpty())
         qCWarning(lcPlinthd) << "Back face cameras is missing";
     else
-        replaceCamera(&m_mainCamera, back.first(), QCamera::BackFace, &CameraResolutions::measureMainCamera);
+        replaceCamera(&m_mainCamera, back.first(), QCamera::BackFace, &MultimediaCameras::measureMainCamera);
 
     if (front.isEmpty())
         qCWarning(lcPlinthd) << "Front face cameras is missing";
     else
-        replaceCamera(&m_frontalCamera, front.first(), QCamera::FrontFace, &CameraResolutions::measureFrontalCamera);
+        replaceCamera(&m_frontalCamera, front.first(), QCamera::FrontFace, &MultimediaCameras::measureFrontalCamera);
 }
 
 // Even a camera whose resolution is known is made anew and loaded; its status
 // slot then ignores it, so it stays loaded.
-void CameraResolutions::replaceCamera(QCamera **camera, const QCameraInfo &info, QCamera::Position position,
-                                      void (CameraResolutions::*statusSlot)(QCamera::Status))
+void MultimediaCameras::replaceCamera(QCamera **camera, const QCameraInfo &info, QCamera::Position position,
+                                      void (MultimediaCameras::*statusSlot)(QCamera::Status))
 {
     delete *camera;
     *camera = new QCamera(info, this);
@@ -75,19 +75,19 @@ void CameraResolutions::replaceCamera(QCamera **camera, const QCameraInfo &info,
         (*camera)->load();
 }
 
-void CameraResolutions::measureMainCamera(QCamera::Status status)
+void MultimediaCameras::measureMainCamera(QCamera::Status status)
 {
     measureCamera(m_mainCamera, status, &m_mainResolution, BackResolutionsKey);
 }
 
-void CameraResolutions::measureFrontalCamera(QCamera::Status status)
+void MultimediaCameras::measureFrontalCamera(QCamera::Status status)
 {
     measureCamera(m_frontalCamera, status, &m_frontalResolution, FrontResolutionsKey);
 }
 
 // A camera that measured 0 keeps its field at 0.0, so the next measure()
 // tries it again; one already measured is left loaded and ignored.
-void CameraResolutions::measureCamera(QCamera *camera, QCamera::Status status, double *resolution,
+void MultimediaCameras::measureCamera(QCamera *camera, QCamera::Status status, double *resolution,
                                       const QString &fileKey)
 {
     if (*resolution != 0.0 || (status != QCamera::LoadedStatus && status != QCamera::ActiveStatus))
@@ -96,6 +96,15 @@ void CameraResolutions::measureCamera(QCamera *camera, QCamera::Status status, d
     QCameraImageCapture capture(camera);
     *resolution = megapixels(capture.supportedResolutions(QImageEncoderSettings()));
     DeviceDescriptionFile().record(fileKey, *resolution);
-    emit measured();
+    m_measured();
     camera->unload();
+}
+
+// The module's entry: visible, while everything else it carries (the static
+// libraries of the daemon it links) stays inside it.
+// Named as CreateCameraResolutionsName says.
+extern "C" Q_DECL_EXPORT CameraResolutions *plinthd_create_camera_resolutions(
+    const CameraResolutions::MeasuredCallback &measured)
+{
+    return new MultimediaCameras(measured);
 }
