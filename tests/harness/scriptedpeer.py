@@ -39,6 +39,8 @@ NEVER = 'never'
 ANY_PATH = '*'
 FAIL = 'FAIL'
 ANSWER = 'ANSWER'
+# What the peer prints once a command is in force.
+TAKEN = 'TAKEN '
 
 
 class ScriptedPeer:
@@ -81,9 +83,20 @@ class ScriptedPeer:
                 if line[5:] == method:
                     return
 
-    def _command(self, word):
+    def _command(self, word, timeout=10.0):
+        """Returns once the peer has taken WORD in: calls it gets from then on
+        are handled the new way, so a test may count on it at once."""
         self.process.stdin.write(word + '\n')
         self.process.stdin.flush()
+        deadline = time.monotonic() + timeout
+        while True:
+            line = self._next(max(0.0, deadline - time.monotonic()))
+            if line is None:
+                raise AssertionError('the scripted peer did not take %s within %.0f s' % (word, timeout))
+            if line == TAKEN + word:
+                return
+            if line.startswith('CALL '):
+                self.calls.append(line[5:])
 
     def calls_within(self, seconds):
         """The calls the peer reports during the next SECONDS, in order."""
@@ -151,10 +164,12 @@ def _serve(name, path, script):
         line = sys.stdin.readline()
         if not line:
             return False
-        if line.strip() == FAIL:
+        word = line.strip()
+        if word == FAIL:
             failing[:] = [True]
-        elif line.strip() == ANSWER:
+        elif word == ANSWER:
             failing[:] = []
+        print(TAKEN + word, flush=True)
         return True
 
     GLib.io_add_watch(sys.stdin, GLib.PRIORITY_DEFAULT, GLib.IO_IN | GLib.IO_HUP, command)

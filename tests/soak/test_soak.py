@@ -85,6 +85,10 @@ SIGNAL_LAG = 5.0
 # mount table a rescan later. Neither is older than one computation, which
 # takes well under this even in the sanitizer builds.
 MEDIA_LAG = 5.0
+# A call that needs the user manager may join a round trip the daemon sent a
+# moment before the peer changed (identical ones in flight are shared): its
+# answer is then the peer's of just before.
+ROUND_TRIP_LAG = 1.0
 # Calls whose answers depend on a peer are drawn this many times as often as
 # the others, and the user manager's events (the peer the locale and the user
 # figures wait for) as often as the other events: where peers fail is where
@@ -307,7 +311,8 @@ class Expectations:
         del answers['getLocale']
         features = [Expect(FEATURES_PATH, FEATURES_IFACE, method, exactly(expected))
                     for method, expected in answers.items()]
-        features.append(Expect(FEATURES_PATH, FEATURES_IFACE, 'getLocale', self.locale, weight=PEER_WEIGHT))
+        features.append(Expect(FEATURES_PATH, FEATURES_IFACE, 'getLocale', self.locale, weight=PEER_WEIGHT,
+                               lag=ROUND_TRIP_LAG))
         properties = [Expect(FEATURES_PATH, PROPERTIES_IFACE, 'Get', exactly(value), 'ss', [FEATURES_IFACE, name])
                       for name, value in self.startup_properties.items()]
         properties.append(Expect(FEATURES_PATH, PROPERTIES_IFACE, 'GetAll',
@@ -323,9 +328,9 @@ class Expectations:
             storages('getExternalStorageInfo', self.external_summary, lag=MEDIA_LAG),
             storages('getExternalStorageDrivesInfo', self.external_drives, lag=MEDIA_LAG),
             storages('getInternalStorageInfo', lambda v, s: map_with(PARTITION_SUMMARY_KEYS)(v)),
-            storages('getInternalUserPartitionInfo', self.user_partition, weight=PEER_WEIGHT),
+            storages('getInternalUserPartitionInfo', self.user_partition, weight=PEER_WEIGHT, lag=ROUND_TRIP_LAG),
             storages('getSystemStorageInfo', self.system_storage),
-            storages('getUsersQuotaInfo', self.quotas, weight=PEER_WEIGHT),
+            storages('getUsersQuotaInfo', self.quotas, weight=PEER_WEIGHT, lag=ROUND_TRIP_LAG),
         ]
 
 
