@@ -40,9 +40,11 @@ StoragesInfo::StoragesInfo(QObject *parent)
     // Asked from the main thread only, before a query that needs the user
     // goes to a worker.
     userManager = new UserManagerClient(this);
-    // The manager scans once as it is made, so the picture is current here; a
-    // second scan at once would only repeat the statvfs() of every mount.
+    // Refreshed once more although our platform's manager scans as it is
+    // made: the picture must be current here whichever platform build the
+    // manager comes from, and that repeat costs the start a few statvfs().
     partitionManager = new PartitionManager(this);
+    partitionManager->refresh();
     externalDrives = new ExternalDrives(partitionManager, this);
     connect(externalDrives, &ExternalDrives::externalStorageChanged, this, &StoragesInfo::externalStorageChanged);
     connect(externalDrives, &ExternalDrives::externalDriveChanged, this, &StoragesInfo::externalDriveChanged);
