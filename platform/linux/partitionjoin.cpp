@@ -28,17 +28,30 @@ bool isMassStoragePath(const QString &path)
             || path.startsWith(QLatin1String("/run/media/"));
 }
 
-bool mountsDevice(const MountEntry &entry, const BlockDevice &device, const PartitionJoin::SourceResolver &canonical)
+// A mount and the device node its source names, links resolved.
+struct VisibleMount
+{
+    const MountEntry *entry;
+    QString deviceNode;
+};
+
+// Only device nodes can be links to one; a link that cannot be resolved
+// stands for itself.
+QString deviceNodeOf(const MountEntry &entry, const PartitionJoin::SourceResolver &canonical)
+{
+    if (!entry.source.startsWith(QLatin1String("/dev/")))
+        return entry.source;
+    const QString resolved = canonical(entry.source);
+    return resolved.isEmpty() ? entry.source : resolved;
+}
+
+bool mountsDevice(const VisibleMount &mount, const BlockDevice &device)
 {
     // Virtual file systems have major 0; for them only the source name can
     // tell which device they stand for.
-    if (major(entry.devno) != 0 && entry.devno == device.devnum)
+    if (major(mount.entry->devno) != 0 && mount.entry->devno == device.devnum)
         return true;
-    if (device.devNode.isEmpty())
-        return false;
-    // Only device nodes can be links to one.
-    const QString source = entry.source.startsWith(QLatin1String("/dev/")) ? canonical(entry.source) : entry.source;
-    return (source.isEmpty() ? entry.source : source) == device.devNode;
+    return !device.devNode.isEmpty() && mount.deviceNode == device.devNode;
 }
 
 const MountEntry *preferredMount(const QVector<const MountEntry *> &mounts)
@@ -109,10 +122,11 @@ QVector<PartitionJoin::Entry> PartitionJoin::join(const QVector<MountEntry> &mou
     QHash<QString, const MountEntry *> visible;
     for (const MountEntry &entry : mounts)
         visible.insert(entry.target, &entry);
-    QVector<const MountEntry *> visibleMounts;
+    // Each source is resolved once, not once for every device it is compared with.
+    QVector<VisibleMount> visibleMounts;
     for (const MountEntry &entry : mounts) {
         if (visible.value(entry.target) == &entry)
-            visibleMounts.append(&entry);
+            visibleMounts.append({&entry, deviceNodeOf(entry, canonicalSource)});
     }
     const bool homeHasOwnMount = visible.contains(HomePath);
     QSet<const MountEntry *> claimed;
@@ -122,9 +136,9 @@ QVector<PartitionJoin::Entry> PartitionJoin::join(const QVector<MountEntry> &mou
         if (!device.isPartition && device.hasPartitionTable)
             continue;
         QVector<const MountEntry *> deviceMounts;
-        for (const MountEntry *entry : visibleMounts) {
-            if (mountsDevice(*entry, device, canonicalSource))
-                deviceMounts.append(entry);
+        for (const VisibleMount &mount : visibleMounts) {
+            if (mountsDevice(mount, device))
+                deviceMounts.append(mount.entry);
         }
         if (deviceMounts.isEmpty() && device.sizeBytes == 0)
             continue;
