@@ -109,7 +109,6 @@ PartitionJoin::Entry unmeasured(PartitionData *data, const MountEntry *mount, qi
     PartitionJoin::Entry entry;
     entry.data = QExplicitlySharedDataPointer<PartitionData>(data);
     entry.mount = mount;
-    entry.deviceSize = deviceSize;
     return entry;
 }
 

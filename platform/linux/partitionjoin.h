@@ -37,7 +37,6 @@ public:
     {
         QExplicitlySharedDataPointer<PartitionData> data;
         const MountEntry *mount = nullptr; // points into the mounts given
-        qint64 deviceSize = 0;
     };
 
     // The canonical name of a mount source: a source may name its device

@@ -23,10 +23,10 @@ QString canonicalSource(const QString &source)
 // Measures the file system at a mount path, checking before and after that
 // the path still shows the mounted file system: between reading the table and
 // looking at the path the mount may have gone, and the path would then show
-// the file system beneath it.
-void measure(PartitionData &data, const MountEntry &mount, qint64 deviceSize)
+// the file system beneath it. What cannot be measured keeps the device's size
+// the join gave it.
+void measure(PartitionData &data, const MountEntry &mount)
 {
-    data.bytesTotal = data.bytesTotalLimit = deviceSize;
     const QByteArray path = QFile::encodeName(mount.target);
     const auto onMountedFileSystem = [&path, &mount](bool *reachable) {
         struct stat where = {};
@@ -71,7 +71,7 @@ QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, co
     QVector<Partition> partitions;
     for (const PartitionJoin::Entry &entry : PartitionJoin::join(mounts, devices, canonicalSource)) {
         if (entry.mount)
-            measure(*entry.data, *entry.mount, entry.deviceSize);
+            measure(*entry.data, *entry.mount);
         partitions.append(Partition(entry.data.data()));
     }
     return partitions;
