@@ -3,7 +3,6 @@
 
 #include "storagekeys.h"
 
-#include <QMutexLocker>
 
 #include <partitionmanager.h>
 
@@ -112,49 +111,23 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
 
 ExternalDrives::Picture ExternalDrives::rebuild()
 {
-    const Picture picture = buildPicture(partitionManager->partitions(Partition::External));
-    publish(picture);
-    return picture;
+    return buildPicture(partitionManager->partitions(Partition::External));
 }
 
-void ExternalDrives::publish(const Picture &picture)
-{
-    QMutexLocker locker(&pictureLock);
-    assignPicture(picture);
-}
-
-// The maps are implicitly shared: under the lock only pointers are swapped.
-void ExternalDrives::assignPicture(const Picture &picture)
-{
-    externalStorageInfo = picture.summary;
-    partitionsByDrive = picture.partitionsByDrive;
-    driveMaps = picture.drives;
-}
-
-// Publishes the picture and announces it together with the drive of the
-// changed partition. The drive is looked up in the published drives with
-// insert-if-missing: a drive that has gone is announced with an empty map,
-// which stays in the drive list until the next rebuild. That empty map is how
+// Announces the picture together with the drive of the changed partition. A
+// drive that has gone is announced with an empty map: that empty map is how
 // clients learn that a drive was removed.
 void ExternalDrives::announce(const Picture &picture, const Partition &changed)
 {
-    QVariantMap summary;
-    QVariantMap drive;
-    {
-        QMutexLocker locker(&pictureLock);
-        assignPicture(picture);
-        summary = externalStorageInfo;
-        drive = driveMaps[driveKey(changed.deviceName())];
-    }
-    emit externalStorageChanged(summary);
-    emit externalDriveChanged(drive);
+    emit externalStorageChanged(picture.summary);
+    emit externalDriveChanged(picture.drives.value(driveKey(changed.deviceName())));
 }
 
 void ExternalDrives::partitionAdded(const Partition &partition)
 {
     if (!(partition.storageType() & Partition::External))
         return;
-    announce(buildPicture(partitionManager->partitions(Partition::External)), partition);
+    announce(rebuild(), partition);
 }
 
 // The storage type is not looked at here, and a size equal to the last one
@@ -165,7 +138,7 @@ void ExternalDrives::storageAdded(const Partition &partition)
     if (partition.bytesTotal() == externalTotalBytes)
         return;
     externalTotalBytes = partition.bytesTotal();
-    announce(buildPicture(partitionManager->partitions(Partition::External)), partition);
+    announce(rebuild(), partition);
 }
 
 // After the last external partition has gone, the summary announced is an

@@ -5,7 +5,6 @@
 #include "dbustypes.h"
 
 #include <QMap>
-#include <QMutex>
 #include <QObject>
 #include <QVariantMap>
 #include <QVector>
@@ -21,14 +20,10 @@ class PartitionManager;
 // serialised by their caller for its use of the partition manager, which it
 // refreshes first.
 //
-// Locking: pictureLock guards externalStorageInfo, partitionsByDrive and
-// driveMaps. A rebuild computes the new picture in locals, from a copy of the
-// partition list (PartitionManager guards its own list), and takes this lock
-// only to swap the three maps in and to copy out what it answers or
-// announces. Nothing slow ever runs under it, so the slots wait at most for a
-// few map copies and a change is announced at once even while a long query
-// runs. externalTotalBytes is read and written by the slots only, on the main
-// thread, and needs no lock.
+// Every query and every announcement builds its picture afresh, in locals,
+// from a copy of the partition list (PartitionManager guards its own list), so
+// nothing here is shared between threads but externalTotalBytes, which only
+// the slots use, on the main thread.
 class ExternalDrives : public QObject
 {
     Q_OBJECT
@@ -60,16 +55,10 @@ private:
     static Picture buildPicture(const QVector<Partition> &partitions);
     static QString driveKey(const QString &deviceName);
     Picture rebuild();
-    void publish(const Picture &picture);
-    void assignPicture(const Picture &picture);
     void announce(const Picture &picture, const Partition &changed);
 
     PartitionManager *const partitionManager;
     qint64 externalTotalBytes = 0;
-    QVariantMap externalStorageInfo;
-    QMap<QString, QVector<Partition>> partitionsByDrive;
-    QMap<QString, QVariantMap> driveMaps;
-    QMutex pictureLock;
 };
 
 #endif // PLINTHD_EXTERNALDRIVES_H
