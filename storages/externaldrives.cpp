@@ -3,7 +3,6 @@
 
 #include "storagekeys.h"
 
-
 #include <partitionmanager.h>
 
 namespace {
