@@ -53,23 +53,22 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
 {
     using namespace StorageKeys;
     Picture picture;
+    QMap<QString, QVector<Partition>> partitionsByDrive;
     for (const Partition &partition : partitions)
-        picture.partitionsByDrive[driveKey(partition.deviceName())].append(partition);
+        partitionsByDrive[driveKey(partition.deviceName())].append(partition);
 
     quint32 mountedCount = 0;
     quint64 total = 0;
     quint64 free = 0;
     quint64 available = 0;
     picture.summary.insert(DeviceLabel, ExternalStorageLabel);
-    for (const QVector<Partition> &driveParts : qAsConst(picture.partitionsByDrive)) {
-        for (const Partition &part : driveParts) {
-            if (part.status() != Partition::Mounted)
-                continue;
-            ++mountedCount;
-            total += quint64(part.bytesTotal());
-            free += quint64(part.bytesFree());
-            available += quint64(part.bytesAvailable());
-        }
+    for (const Partition &part : partitions) {
+        if (part.status() != Partition::Mounted)
+            continue;
+        ++mountedCount;
+        total += quint64(part.bytesTotal());
+        free += quint64(part.bytesFree());
+        available += quint64(part.bytesAvailable());
     }
     picture.summary.insert(Mounted, mountedCount > 0);
     picture.summary.insert(CountMountedPartitions, mountedCount);
@@ -77,7 +76,7 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
     picture.summary.insert(BytesAvailable, qulonglong(available));
     picture.summary.insert(BytesUsed, qulonglong(total - free));
 
-    for (auto it = picture.partitionsByDrive.cbegin(); it != picture.partitionsByDrive.cend(); ++it) {
+    for (auto it = partitionsByDrive.cbegin(); it != partitionsByDrive.cend(); ++it) {
         QVariantMap drive;
         QVariantMapList partitionsInfo;
         // Every partition names the drive again; the last one's name and type

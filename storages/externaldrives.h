@@ -22,8 +22,8 @@ class PartitionManager;
 //
 // Every query and every announcement builds its picture afresh, in locals,
 // from a copy of the partition list (PartitionManager guards its own list), so
-// nothing here is shared between threads but externalTotalBytes, which only
-// the slots use, on the main thread.
+// nothing here is shared between threads; externalTotalBytes is used by the
+// slots alone, on the main thread.
 class ExternalDrives : public QObject
 {
     Q_OBJECT
@@ -48,8 +48,7 @@ private:
     struct Picture
     {
         QVariantMap summary;
-        QMap<QString, QVector<Partition>> partitionsByDrive;
-        QMap<QString, QVariantMap> drives;
+        QMap<QString, QVariantMap> drives; // by drive key
     };
 
     static Picture buildPicture(const QVector<Partition> &partitions);
