@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Package size sums: PackageSizes::sum("tarn-*") on a database of 2,000 tiny
+// Package size sums: PackageSizes::read("tarn-*") on a database of 2,000 tiny
 // packages against `rpm -qa --qf '%{SIZE}\n' 'tarn-*'` on the same database,
 // side by side in the same run. Prints the ratio; never fails on a figure.
 // The database is built by the test bench's tests/harness/rpmdb.py.
@@ -70,7 +70,7 @@ int main(int argc, char **argv)
             toolSum += line.toULongLong();
     };
     quint64 sum = 0;
-    auto ours = [&] { sum = PackageSizes::sum(QStringLiteral("tarn-*")); };
+    auto ours = [&] { sum = PackageSizes::read(QStringLiteral("tarn-*")); };
 
     tool();
     ours();

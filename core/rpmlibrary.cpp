@@ -51,6 +51,11 @@ Use::Use()
 
 Use::~Use() = default;
 
+QString Use::databaseFolder() const
+{
+    return configuredFolder();
+}
+
 bool Use::hasDatabase() const
 {
     const QString folder = configuredFolder();

@@ -3,6 +3,7 @@
 #define PLINTHD_RPMLIBRARY_H
 
 #include <QMutex>
+#include <QString>
 
 #include <memory>
 
@@ -51,6 +52,10 @@ public:
     // first time the answer is no, one warning says where the database was
     // looked for; later calls stay quiet.
     bool hasDatabase() const;
+
+    // The folder the configuration names for the database (%_dbpath); empty
+    // when it names none.
+    QString databaseFolder() const;
 
 private:
     QMutexLocker m_locker;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "directorywalker.h"
 
+#include "folderwatches.h"
+#include "keptfolder.h"
 #include "localfilenames.h"
 #include "logging.h"
 #include "testhold.h"
@@ -85,18 +87,7 @@ void lowerThisThreadOnce()
         qCDebug(lcPlinthd) << "Walk thread keeps its priority:" << std::strerror(errno);
 }
 
-// Excluded paths below the walked directory, one level of names per node.
-struct ExclusionNode
-{
-    bool excluded = false;
-    std::map<std::string, ExclusionNode, std::less<>> children;
-
-    const ExclusionNode *child(std::string_view name) const
-    {
-        const auto it = children.find(name);
-        return it == children.end() ? nullptr : &it->second;
-    }
-};
+using ExclusionNode = WalkExclusions::Node;
 
 struct DirNode
 {
@@ -111,6 +102,8 @@ struct DirNode
     std::size_t filePrefixLength = 0;
     const ExclusionNode *exclusion = nullptr;
     std::string name;
+    // A keeping walk: the folder whose listing this one fills.
+    KeptFolder *kept = nullptr;
 };
 
 bool isDotOrDotDot(const char *name)
@@ -118,15 +111,30 @@ bool isDotOrDotDot(const char *name)
     return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
+// One walk, plain or keeping. A plain walk sums what one owner has. A
+// keeping walk records in KeptFolders what each listed folder holds for every
+// owner, watching each folder before it lists it, and enters the same
+// folders a plain walk of the owner would.
 class Walk
 {
 public:
-    Walk(uint ownerUid, int maxThreads, qint64 entriesBeforeHelpers)
-        : m_ownerUid(ownerUid), m_maxThreads(maxThreads), m_entriesBeforeHelpers(entriesBeforeHelpers)
+    struct Keeping
+    {
+        FolderWatches &watches;
+        const void *subscriber;
+        bool descend;
+    };
+
+    Walk(uint ownerUid, int maxThreads, qint64 entriesBeforeHelpers, const Keeping *keeping = nullptr)
+        : m_ownerUid(ownerUid),
+          m_maxThreads(maxThreads),
+          m_entriesBeforeHelpers(entriesBeforeHelpers),
+          m_keeping(keeping)
     {
     }
 
     qint64 run(const QString &path, const QSet<QString> &excluded);
+    int keep(KeptFolder *top, const QByteArray &cleanPath, const ExclusionNode *exclusions);
 
 private:
     struct Listing
@@ -135,22 +143,29 @@ private:
         qint64 entries = 0;
     };
 
+    void walkBelow(const Listing &top);
     void work();
     void startHelper();
     void startHelperIfWorthIt();
     void visit(DirNode *node, std::vector<DirNode *> &found, std::vector<char> &buffer, Listing &listing);
+    template<typename OnEntry>
+    Listing forEachEntry(int fd, std::vector<char> &buffer, OnEntry onEntry) const;
     Listing list(int fd, const DirNode *self, DirNode *childParent, std::vector<DirNode *> &found,
                  std::vector<char> &buffer);
+    Listing keepListing(int fd, DirNode *self, std::vector<DirNode *> &found, std::vector<char> &buffer);
+    bool startKeeping(KeptFolder *folder, int fd);
+    DirNode *childNode(DirNode *parent, std::string_view name, std::size_t pathLength,
+                       const ExclusionNode *exclusion);
     int openDirectory(const DirNode *node) const;
     void release(DirNode *node);
-    void buildExclusions(const QString &cleanRoot, const QSet<QString> &excluded);
 
     const uint m_ownerUid;
     const int m_maxThreads;
     const qint64 m_entriesBeforeHelpers;
+    const Keeping *const m_keeping;
     const LocalFileNames m_names;
-    ExclusionNode m_exclusions;
     std::atomic<int> m_keptDescriptors{0};
+    std::atomic<int> m_listedFolders{0};
 
     std::mutex m_mutex;
     std::condition_variable m_wake;
@@ -183,13 +198,13 @@ qint64 Walk::run(const QString &path, const QSet<QString> &excluded)
     if (rootFd < 0)
         return 0;
 
-    buildExclusions(cleanRoot, excluded);
+    const WalkExclusions exclusions(cleanRoot, excluded);
 
     auto *root = new DirNode;
     root->fd = rootFd;
     root->childPrefixLength = cleanRoot == QLatin1String("/") ? 1 : std::size_t(cleanNative.size()) + 1;
     root->filePrefixLength = std::size_t(native.size()) + (native.endsWith('/') ? 0 : 1);
-    root->exclusion = &m_exclusions;
+    root->exclusion = exclusions.root();
 
     // Links and directories at the top are reached again through the cleaned
     // path. When that names another directory (a ".." after a symbolic link),
@@ -207,22 +222,12 @@ qint64 Walk::run(const QString &path, const QSet<QString> &excluded)
             childParent->fd = lexicalFd;
             childParent->childPrefixLength = root->childPrefixLength;
             childParent->filePrefixLength = root->childPrefixLength;
-            childParent->exclusion = &m_exclusions;
+            childParent->exclusion = exclusions.root();
         }
     }
 
     std::vector<char> buffer(ListingBufferSize);
-    const Listing top = list(rootFd, root, childParent, m_pending, buffer);
-    // The calling thread (a query's worker) lists the top only and leaves
-    // the tree to the walk pool, whose threads run at the lower priority.
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_entries = top.entries;
-        m_bytes = top.bytes;
-        if (!m_pending.empty())
-            startHelper();
-        m_helpersDone.wait(lock, [this] { return m_helpers == 0; });
-    }
+    walkBelow(list(rootFd, root, childParent, m_pending, buffer));
 
     if (childParent != root)
         release(childParent);
@@ -230,24 +235,44 @@ qint64 Walk::run(const QString &path, const QSet<QString> &excluded)
     return m_bytes;
 }
 
-void Walk::buildExclusions(const QString &cleanRoot, const QSet<QString> &excluded)
+int Walk::keep(KeptFolder *top, const QByteArray &cleanPath, const ExclusionNode *exclusions)
 {
-    const QString prefix = cleanRoot == QLatin1String("/") ? cleanRoot : cleanRoot + QLatin1Char('/');
-    const QByteArray nativePrefix = QFile::encodeName(prefix);
-    for (const QString &path : excluded) {
-        if (path.size() <= prefix.size() || !path.startsWith(prefix))
-            continue;
-        // Walked paths are decoded file names: a string that does not survive
-        // encoding can never equal one.
-        const QByteArray native = QFile::encodeName(path);
-        if (QFile::decodeName(native) != path || !native.startsWith(nativePrefix))
-            continue;
-        ExclusionNode *node = &m_exclusions;
-        const QList<QByteArray> names = native.mid(nativePrefix.size()).split('/');
-        for (const QByteArray &name : names)
-            node = &node->children[name.toStdString()];
-        node->excluded = true;
+    const int topFd = ::open(cleanPath.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (topFd < 0) {
+        // A plain walk finds nothing here either.
+        if (top->watch >= 0)
+            m_keeping->watches.unwatch(top->watch, m_keeping->subscriber, top);
+        top->watch = -1;
+        top->state = KeptFolder::State::WalkedEachTime;
+        return 0;
     }
+    if (!startKeeping(top, topFd)) {
+        ::close(topFd);
+        return 0;
+    }
+    auto *root = new DirNode;
+    root->fd = topFd;
+    root->childPrefixLength = cleanPath == "/" ? 1 : std::size_t(cleanPath.size()) + 1;
+    root->filePrefixLength = root->childPrefixLength;
+    root->exclusion = exclusions;
+    root->kept = top;
+
+    std::vector<char> buffer(ListingBufferSize);
+    walkBelow(keepListing(topFd, root, m_pending, buffer));
+    release(root);
+    return m_listedFolders.load();
+}
+
+// The calling thread (a query's worker) lists the top only and leaves the
+// tree to the walk pool, whose threads run at the lower priority.
+void Walk::walkBelow(const Listing &top)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_entries = top.entries;
+    m_bytes = top.bytes;
+    if (!m_pending.empty())
+        startHelper();
+    m_helpersDone.wait(lock, [this] { return m_helpers == 0; });
 }
 
 void Walk::work()
@@ -315,8 +340,12 @@ void Walk::startHelperIfWorthIt()
 void Walk::visit(DirNode *node, std::vector<DirNode *> &found, std::vector<char> &buffer, Listing &listing)
 {
     const int fd = openDirectory(node);
-    if (fd >= 0) {
-        listing = list(fd, node, node, found, buffer);
+    if (fd < 0 && node->kept) {
+        node->kept->state = KeptFolder::State::WalkedEachTime; // as a plain walk, it counts nothing
+    } else if (fd >= 0 && node->kept && !startKeeping(node->kept, fd)) {
+        ::close(fd);
+    } else if (fd >= 0) {
+        listing = node->kept ? keepListing(fd, node, found, buffer) : list(fd, node, node, found, buffer);
         const bool keep = !found.empty()
                 && (m_keptDescriptors.load(std::memory_order_relaxed) < KeptDescriptorBudget
                     || node->depth % CheckpointEvery == 0);
@@ -353,13 +382,12 @@ int Walk::openDirectory(const DirNode *node) const
     return ::openat(anchor->fd, relative.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
-Walk::Listing Walk::list(int fd, const DirNode *self, DirNode *childParent, std::vector<DirNode *> &found,
-                         std::vector<char> &buffer)
+// Calls `onEntry(name, nameLength, type)` for every entry of the folder
+// open at `fd` that a Qt listing shows, and counts them.
+template<typename OnEntry>
+Walk::Listing Walk::forEachEntry(int fd, std::vector<char> &buffer, OnEntry onEntry) const
 {
     Listing listing;
-    // Where links and subdirectories are looked up: this directory, except
-    // at the top when the cleaned path names another one.
-    const int lookupFd = childParent == self ? fd : childParent->fd;
     for (;;) {
         const ssize_t length = ::getdents64(fd, buffer.data(), buffer.size());
         if (length <= 0)
@@ -374,59 +402,150 @@ Walk::Listing Walk::list(int fd, const DirNode *self, DirNode *childParent, std:
             if (!m_names.isListed(name, nameLength))
                 continue;
             ++listing.entries;
-            // The listing stats each entry through a path; past the limit that
-            // fails and QFileInfo reports the unknown owner. Only a link can
-            // then still count, through its cleaned path.
-            if (self->filePrefixLength + nameLength >= PathMax) {
-                struct stat link;
-                if (m_ownerUid == UnknownOwner && entry->d_type == DT_LNK && lookupFd >= 0
-                    && childParent->childPrefixLength + nameLength < PathMax
-                    && ::fstatat(lookupFd, name, &link, AT_SYMLINK_NOFOLLOW) == 0) {
-                    listing.bytes += link.st_size;
-                }
-                continue;
-            }
-            struct stat st;
-            if (::fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
-                continue;
-
-            if (S_ISLNK(st.st_mode)) {
-                struct stat target;
-                const uint owner = ::fstatat(fd, name, &target, 0) == 0 ? uint(target.st_uid) : UnknownOwner;
-                if (owner != m_ownerUid || childParent->childPrefixLength + nameLength >= PathMax)
-                    continue;
-                if (lookupFd == fd)
-                    listing.bytes += st.st_size;
-                else if (lookupFd >= 0 && ::fstatat(lookupFd, name, &st, AT_SYMLINK_NOFOLLOW) == 0)
-                    listing.bytes += st.st_size;
-                continue;
-            }
-            if (st.st_uid != m_ownerUid)
-                continue;
-            if (!S_ISDIR(st.st_mode)) {
-                listing.bytes += st.st_size;
-                continue;
-            }
-
-            const std::string_view nameView(name, nameLength);
-            const ExclusionNode *exclusion = childParent->exclusion ? childParent->exclusion->child(nameView) : nullptr;
-            const std::size_t pathLength = childParent->childPrefixLength + nameLength;
-            if ((exclusion && exclusion->excluded) || pathLength >= PathMax)
-                continue;
-            if (lookupFd < 0)
-                continue; // the cleaned top path names nothing
-            auto *child = new DirNode;
-            child->parent = childParent;
-            child->depth = childParent->depth + 1;
-            child->childPrefixLength = pathLength + 1;
-            child->filePrefixLength = pathLength + 1;
-            child->exclusion = exclusion;
-            child->name.assign(nameView);
-            childParent->references.fetch_add(1, std::memory_order_relaxed);
-            found.push_back(child);
+            listing.bytes += onEntry(name, nameLength, entry->d_type);
         }
     }
     return listing;
+}
+
+Walk::Listing Walk::list(int fd, const DirNode *self, DirNode *childParent, std::vector<DirNode *> &found,
+                         std::vector<char> &buffer)
+{
+    // Where links and subdirectories are looked up: this directory, except
+    // at the top when the cleaned path names another one.
+    const int lookupFd = childParent == self ? fd : childParent->fd;
+    return forEachEntry(fd, buffer, [&](const char *name, std::size_t nameLength, unsigned char type) -> qint64 {
+        // The listing stats each entry through a path; past the limit that
+        // fails and QFileInfo reports the unknown owner. Only a link can
+        // then still count, through its cleaned path.
+        if (self->filePrefixLength + nameLength >= PathMax) {
+            struct stat link;
+            if (m_ownerUid == UnknownOwner && type == DT_LNK && lookupFd >= 0
+                && childParent->childPrefixLength + nameLength < PathMax
+                && ::fstatat(lookupFd, name, &link, AT_SYMLINK_NOFOLLOW) == 0) {
+                return link.st_size;
+            }
+            return 0;
+        }
+        struct stat st;
+        if (::fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+            return 0;
+
+        if (S_ISLNK(st.st_mode)) {
+            struct stat target;
+            const uint owner = ::fstatat(fd, name, &target, 0) == 0 ? uint(target.st_uid) : UnknownOwner;
+            if (owner != m_ownerUid || childParent->childPrefixLength + nameLength >= PathMax)
+                return 0;
+            if (lookupFd == fd)
+                return st.st_size;
+            if (lookupFd >= 0 && ::fstatat(lookupFd, name, &st, AT_SYMLINK_NOFOLLOW) == 0)
+                return st.st_size;
+            return 0;
+        }
+        if (st.st_uid != m_ownerUid)
+            return 0;
+        if (!S_ISDIR(st.st_mode))
+            return st.st_size;
+
+        const std::string_view nameView(name, nameLength);
+        const ExclusionNode *exclusion = childParent->exclusion ? childParent->exclusion->child(nameView) : nullptr;
+        const std::size_t pathLength = childParent->childPrefixLength + nameLength;
+        // lookupFd < 0: the cleaned top path names nothing.
+        if (!(exclusion && exclusion->excluded) && pathLength < PathMax && lookupFd >= 0)
+            found.push_back(childNode(childParent, nameView, pathLength, exclusion));
+        return 0;
+    });
+}
+
+// The same entries as list() counts for the owner, recorded for every owner.
+// The top of a keeping walk is a cleaned absolute path, so an entry's path is
+// the same whether it is listed or looked up, and a link or a folder is never
+// looked up elsewhere (list()'s childParent).
+Walk::Listing Walk::keepListing(int fd, DirNode *self, std::vector<DirNode *> &found, std::vector<char> &buffer)
+{
+    KeptListing &kept = *self->kept->listing;
+    return forEachEntry(fd, buffer, [&](const char *name, std::size_t nameLength, unsigned char) -> qint64 {
+        const std::size_t pathLength = self->childPrefixLength + nameLength;
+        struct stat st;
+        // Past the limit the kernel refuses the path, and the entry counts
+        // for nobody.
+        if (pathLength >= PathMax || ::fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+            return 0;
+        const std::string_view nameView(name, nameLength);
+        if (S_ISLNK(st.st_mode)) {
+            kept.links.push_back({std::string(nameView), quint64(st.st_size)});
+        } else if (!S_ISDIR(st.st_mode)) {
+            if (st.st_nlink > 1)
+                kept.sharedFiles.emplace_back(nameView);
+            else
+                kept.addBytes(uint(st.st_uid), quint64(st.st_size));
+        } else {
+            auto folder = std::make_unique<KeptFolder>();
+            folder->parent = self->kept;
+            folder->name.assign(nameView);
+            folder->device = quint64(st.st_dev);
+            folder->inode = quint64(st.st_ino);
+            folder->owner = uint(st.st_uid);
+            const ExclusionNode *exclusion = self->exclusion ? self->exclusion->child(nameView) : nullptr;
+            if (m_keeping->descend && folder->owner == m_ownerUid && !(exclusion && exclusion->excluded)) {
+                DirNode *child = childNode(self, nameView, pathLength, exclusion);
+                child->kept = folder.get();
+                found.push_back(child);
+            }
+            kept.subfolders.push_back(std::move(folder));
+        }
+        return 0;
+    });
+}
+
+// Watches the folder open at `fd` before it is listed, so that any change
+// made after the listing began comes as a notice. A folder that cannot be
+// watched is walked afresh by every query that enters it.
+bool Walk::startKeeping(KeptFolder *folder, int fd)
+{
+    // What was opened, whatever the parent's listing saw a moment before: if
+    // they differ, the parent has a notice and is listed again. A watch of
+    // the folder that was there before is of no use for this one.
+    struct stat st;
+    const bool identified = ::fstat(fd, &st) == 0;
+    if (folder->watch >= 0
+        && (!identified || folder->device != quint64(st.st_dev) || folder->inode != quint64(st.st_ino))) {
+        m_keeping->watches.unwatch(folder->watch, m_keeping->subscriber, folder);
+        folder->watch = -1;
+    }
+    if (identified) {
+        folder->device = quint64(st.st_dev);
+        folder->inode = quint64(st.st_ino);
+    }
+    if (folder->watch < 0) {
+        FolderWatches::Refusal refusal = FolderWatches::Refusal::None;
+        folder->watch = m_keeping->watches.watch(fd, m_keeping->subscriber, folder, &refusal);
+        if (folder->watch < 0) {
+            folder->state = KeptFolder::State::WalkedEachTime;
+            folder->waitsForRoom = refusal == FolderWatches::Refusal::NoRoom;
+            return false;
+        }
+    }
+    m_listedFolders.fetch_add(1, std::memory_order_relaxed);
+    folder->state = KeptFolder::State::Listed;
+    folder->changed = false;
+    folder->waitsForRoom = false;
+    folder->listing = std::make_unique<KeptListing>();
+    return true;
+}
+
+DirNode *Walk::childNode(DirNode *parent, std::string_view name, std::size_t pathLength,
+                         const ExclusionNode *exclusion)
+{
+    auto *child = new DirNode;
+    child->parent = parent;
+    child->depth = parent->depth + 1;
+    child->childPrefixLength = pathLength + 1;
+    child->filePrefixLength = pathLength + 1;
+    child->exclusion = exclusion;
+    child->name.assign(name);
+    parent->references.fetch_add(1, std::memory_order_relaxed);
+    return child;
 }
 
 // Drops one reference; a node without any closes its descriptor and lets go
@@ -470,4 +589,13 @@ qint64 DirectoryWalker::size(const QString &path) const
     TestHold::waitFor("PLINTHD_TEST_HOLD_WALKS");
     Walk walk(m_ownerUid, m_maxThreads, m_entriesBeforeHelpers);
     return walk.run(path, m_excluded);
+}
+
+int DirectoryWalker::keep(KeptFolder *top, const QByteArray &cleanPath, const WalkExclusions::Node *exclusions,
+                          FolderWatches &watches, const void *subscriber, Scope scope) const
+{
+    TestHold::waitFor("PLINTHD_TEST_HOLD_WALKS");
+    const Walk::Keeping keeping{watches, subscriber, scope == Scope::Tree};
+    Walk walk(m_ownerUid, m_maxThreads, m_entriesBeforeHelpers, &keeping);
+    return walk.keep(top, cleanPath, exclusions);
 }

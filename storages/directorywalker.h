@@ -2,8 +2,14 @@
 #ifndef PLINTHD_DIRECTORYWALKER_H
 #define PLINTHD_DIRECTORYWALKER_H
 
+#include "walkexclusions.h"
+
+#include <QByteArray>
 #include <QSet>
 #include <QString>
+
+class FolderWatches;
+struct KeptFolder;
 
 // Adds up the apparent sizes of everything one owner has under a directory.
 //
@@ -23,6 +29,9 @@
 // waits. So concurrent walks share the cores instead of each starting threads
 // of its own.
 //
+// It also makes the listings that kept folder trees keep (keep()): the same
+// folders entered, the same entries seen, recorded for every owner at once.
+//
 // Its source is longer than its neighbours' on purpose: the tree of listed
 // directories with their shared descriptors, the queue the threads take work
 // from and the listing itself are one job, bound by one mutex and by the
@@ -40,6 +49,21 @@ public:
     void setEntriesBeforeHelpers(qint64 entries);
 
     qint64 size(const QString &path) const;
+
+    enum class Scope {
+        Folder, // the folder alone: its subfolders are left unlisted
+        Tree    // and every folder below that a walk of the owner enters
+    };
+    // Watches and lists the kept folder `top`, found at `cleanPath` (absolute
+    // and cleaned), and with Scope::Tree the folders below it that this
+    // owner's walk enters, leaving out those that `exclusions` (the node of
+    // `top`) names. Each listed folder is watched first, in `watches` for
+    // `subscriber`, and gets a new listing; one that cannot be watched (or
+    // opened) is left WalkedEachTime and unlisted. Subfolders the walk does
+    // not enter are left Unlisted. A `top` already watched keeps its watch.
+    // Returns how many folders were listed.
+    int keep(KeptFolder *top, const QByteArray &cleanPath, const WalkExclusions::Node *exclusions,
+              FolderWatches &watches, const void *subscriber, Scope scope) const;
 
 private:
     uint m_ownerUid;

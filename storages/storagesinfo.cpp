@@ -4,8 +4,11 @@
 #include "deviceusers.h"
 #include "externaldrives.h"
 #include "figurekeys.h"
+#include "foldersizes.h"
+#include "folderwatches.h"
 #include "kernelquotasource.h"
 #include "logging.h"
+#include "packagesizes.h"
 #include "storagekeys.h"
 #include "storagemaps.h"
 #include "systemstoragecategories.h"
@@ -35,7 +38,11 @@ const uint NoAccountUid = 999999;
 } // namespace
 
 StoragesInfo::StoragesInfo(QObject *parent)
-    : QObject(parent), quotaSource(std::make_unique<KernelQuotaSource>())
+    : QObject(parent),
+      quotaSource(std::make_unique<KernelQuotaSource>()),
+      folderWatches(std::make_unique<FolderWatches>(FolderWatches::maxWatchesFromEnvironment())),
+      folderSizes(std::make_unique<FolderSizes>(*folderWatches)),
+      packageSizes(std::make_unique<PackageSizes>(*folderWatches))
 {
     // Asked from the main thread only, before a query that needs the user
     // goes to a worker.
@@ -99,13 +106,14 @@ QVariantMap StoragesInfo::getInternalUserPartitionInfo(const CurrentUser &user)
     QVariantMap result = StorageMaps::partitionSummary(summary);
     // The walks run unlocked: other queries need not wait for them.
     if (ok)
-        StorageMaps::addUserBreakdown(result, UserStorageBreakdown(*quotaSource).measure(uid, summary.space));
+        StorageMaps::addUserBreakdown(result,
+                                      UserStorageBreakdown(*quotaSource, *folderSizes).measure(uid, summary.space));
     return result;
 }
 
 QVariantMap StoragesInfo::getSystemStorageInfo()
 {
-    return SystemStorageCategories::measure();
+    return SystemStorageCategories(*folderSizes, *packageSizes).measure();
 }
 
 QuotaInfoMap StoragesInfo::getUsersQuotaInfo(const CurrentUser &user)
@@ -119,7 +127,7 @@ QuotaInfoMap StoragesInfo::getUsersQuotaInfo(const CurrentUser &user)
         if (!getCurrentUid(user, uid))
             return QuotaInfoMap();
     }
-    const UserStorageBreakdown breakdown(*quotaSource);
+    const UserStorageBreakdown breakdown(*quotaSource, *folderSizes);
     return UserQuotaReport(breakdown).collect(uid, summary.space);
 }
 

@@ -15,6 +15,9 @@
 #include <memory>
 
 class ExternalDrives;
+class FolderSizes;
+class FolderWatches;
+class PackageSizes;
 class PartitionManager;
 class QuotaSource;
 class UserManagerClient;
@@ -25,7 +28,9 @@ class UserManagerClient;
 // UserStorageBreakdown and the quotas to UserQuotaReport. The queries run on
 // workers (the service starts them) and never talk to a peer: what they need
 // from the user manager, the current user, the main thread asks for first
-// (askCurrentUser) and hands in.
+// (askCurrentUser) and hands in. The folder walks and the package sums are
+// kept between queries by FolderSizes and PackageSizes, which answer what a
+// fresh walk and read would.
 //
 // Locking: `mutex` serialises the queries with each other, for their use of
 // the partition manager (a refresh and the reading of its list). Only workers
@@ -88,6 +93,10 @@ private:
     UserManagerClient *userManager = nullptr;
     QMutex mutex;
     std::unique_ptr<QuotaSource> quotaSource;
+    // Declared in the order they are made: the sizes use the watches.
+    std::unique_ptr<FolderWatches> folderWatches;
+    std::unique_ptr<FolderSizes> folderSizes;
+    std::unique_ptr<PackageSizes> packageSizes;
 };
 
 #endif // PLINTHD_STORAGESINFO_H

@@ -2,27 +2,34 @@
 #include "systemstoragecategories.h"
 
 #include "figurekeys.h"
+#include "foldersizes.h"
 #include "packagesizes.h"
 #include "storagekeys.h"
-#include "userstoragebreakdown.h"
 
 #include <QStorageInfo>
 
-QVariantMap SystemStorageCategories::measure()
+SystemStorageCategories::SystemStorageCategories(FolderSizes &folders, PackageSizes &packages)
+    : m_folders(folders), m_packages(packages)
+{
+}
+
+QVariantMap SystemStorageCategories::measure() const
 {
     QVariantMap map;
-    const QStorageInfo root = QStorageInfo::root();
+    // Made anew at every call: QStorageInfo::root() is made once per process
+    // and keeps the figures of its first reading for good.
+    const QStorageInfo root(QStringLiteral("/"));
     const quint64 used = quint64(root.bytesTotal()) - quint64(root.bytesAvailable());
     map[StorageKeys::BytesAvailable] = qulonglong(root.bytesAvailable());
     map[StorageKeys::BytesTotal] = qulonglong(root.bytesTotal());
     map[StorageKeys::BytesUsed] = qulonglong(used);
 
-    const quint64 apps = PackageSizes::sum(QStringLiteral("tarn-*"));
-    const quint64 debug = PackageSizes::sum(QStringLiteral("*-debuginfo"));
+    const quint64 apps = m_packages.sum(QStringLiteral("tarn-*"));
+    const quint64 debug = m_packages.sum(QStringLiteral("*-debuginfo"));
     // Only what root owns counts: a service's own files are its users' data.
-    const quint64 sdk = quint64(UserStorageBreakdown::directorySize(QStringLiteral("/opt/sdk/"), 0));
-    const quint64 dumps = quint64(UserStorageBreakdown::directorySize(QStringLiteral("/var/cache/core-dumps/"), 0));
-    const quint64 logs = quint64(UserStorageBreakdown::directorySize(QStringLiteral("/var/log/"), 0));
+    const quint64 sdk = quint64(m_folders.size(QStringLiteral("/opt/sdk/"), 0));
+    const quint64 dumps = quint64(m_folders.size(QStringLiteral("/var/cache/core-dumps/"), 0));
+    const quint64 logs = quint64(m_folders.size(QStringLiteral("/var/log/"), 0));
     // Unsigned and unclamped on purpose: packages declare their sizes rather
     // than have them measured, so the categories can exceed the used space.
     // Wrapping keeps the six categories summing to "bytesUsed" in unsigned

@@ -2,12 +2,13 @@
 #include "userstoragebreakdown.h"
 
 #include "deviceusers.h"
-#include "directorywalker.h"
 #include "figurekeys.h"
+#include "foldersizes.h"
 #include "logging.h"
 #include "quotasource.h"
 
 #include <QDir>
+#include <QSet>
 #include <QStorageInfo>
 
 namespace {
@@ -17,16 +18,9 @@ const int QuotaBlockShift = 10;
 
 } // namespace
 
-UserStorageBreakdown::UserStorageBreakdown(const QuotaSource &quotas) : m_quotas(quotas) { }
-
-qint64 UserStorageBreakdown::directorySize(const QString &path, const QSet<QString> &excluded, uint ownerUid)
+UserStorageBreakdown::UserStorageBreakdown(const QuotaSource &quotas, FolderSizes &folders)
+    : m_quotas(quotas), m_folders(folders)
 {
-    return DirectoryWalker(ownerUid, excluded).size(path);
-}
-
-qint64 UserStorageBreakdown::directorySize(const QString &path, uint ownerUid)
-{
-    return directorySize(path, QSet<QString>(), ownerUid);
 }
 
 QByteArray UserStorageBreakdown::homeDevice()
@@ -51,7 +45,7 @@ UserBreakdown UserStorageBreakdown::measure(uint uid, const SpaceFigures &partit
     QSet<QString> excluded;
     for (const QString &folder : FigureKeys::userFolders()) {
         const QString path = home + QLatin1Char('/') + folder;
-        const qint64 size = directorySize(path, uid);
+        const qint64 size = m_folders.size(path, uid);
         breakdown.folderBytes.append(quint64(size));
         folderSum += size;
         excluded.insert(path);
@@ -66,10 +60,10 @@ UserBreakdown UserStorageBreakdown::measure(uint uid, const SpaceFigures &partit
         breakdown.otherBytes = quint64(partitionUsed - folderSum);
         breakdown.otherUsers = UserBreakdown::OtherUsers::SoleUser;
     } else {
-        const qint64 homeOther = directorySize(home, excluded, uid);
+        const qint64 homeOther = m_folders.size(home, excluded, uid);
         for (const QString &name : names)
             excluded.insert(homeRoot + QDir::separator() + name);
-        const qint64 other = homeOther + directorySize(homeRoot, excluded, uid);
+        const qint64 other = homeOther + m_folders.size(homeRoot, excluded, uid);
         breakdown.otherBytes = quint64(other);
         // The owner sees the whole partition, everyone else only their own bytes.
         if (uid == DeviceUsers::Owner) {

@@ -4,9 +4,9 @@
 
 #include "storagefigures.h"
 
-#include <QSet>
-#include <QString>
+#include <QByteArray>
 
+class FolderSizes;
 class QuotaSource;
 
 // Splits the user partition for one user: the five folders of the user's
@@ -17,7 +17,7 @@ class QuotaSource;
 class UserStorageBreakdown
 {
 public:
-    explicit UserStorageBreakdown(const QuotaSource &quotas);
+    UserStorageBreakdown(const QuotaSource &quotas, FolderSizes &folders);
 
     UserBreakdown measure(uint uid, const SpaceFigures &partition) const;
 
@@ -26,16 +26,12 @@ public:
     // means "no quota".
     static quint64 quotaBytes(quint64 softLimitBlocks);
 
-    // The walk used for every figure: what `ownerUid` owns under `path`,
-    // leaving out the directories in `excluded`.
-    static qint64 directorySize(const QString &path, const QSet<QString> &excluded, uint ownerUid);
-    static qint64 directorySize(const QString &path, uint ownerUid);
-
     // The device of "/home", where the quotas are kept.
     static QByteArray homeDevice();
 
 private:
     const QuotaSource &m_quotas;
+    FolderSizes &m_folders;
 };
 
 #endif // PLINTHD_USERSTORAGEBREAKDOWN_H

@@ -58,9 +58,14 @@ NAMESPACE_MARK = 'PLINTHD_TEST_NAMESPACE'
 # tests/harness/run-test (CTest's MOUNT_NAMESPACE and NETWORK_NAMESPACE), one
 # daemon through Daemon below. Both use this command, and both skip for the
 # reason namespace_unavailable() gives.
-def namespace_command(network=False):
-    """The command prefix that runs a program in private namespaces of its own."""
-    command = ['unshare', '--mount', '--propagation', 'private']
+def namespace_command(network=False, propagation='private'):
+    """The command prefix that runs a program in private namespaces of its own.
+
+    With propagation 'slave' the mounts copied into the new namespace still
+    receive the mounts and unmounts made later beneath shared mounts of the
+    caller's namespace (mount --make-shared), and their bind mounts with them.
+    """
+    command = ['unshare', '--mount', '--propagation', propagation]
     if network:
         command.append('--net')
     return command + ['--']
@@ -199,10 +204,12 @@ class Daemon:
                (for example mounting a tmpfs over a directory).
     fake_bin:  {program name: script text}; written to a directory put first
                on PATH, for the child processes the daemon starts.
+    propagation: 'slave' to see the mounts the test makes later beneath its
+               own shared mounts (see namespace_command()).
     """
 
     def __init__(self, workdir, env=None, binds=None, setup=None, fake_bin=None,
-                 namespace=None, binary=None, wrapper=None):
+                 namespace=None, binary=None, wrapper=None, propagation='private'):
         self.workdir = workdir
         self.env = dict(os.environ)
         self.env.update(env or {})
@@ -212,6 +219,7 @@ class Daemon:
         self.namespace = bool(self.binds or self.setup) if namespace is None else namespace
         self.binary = binary or plinthd_binary()
         self.wrapper = list(wrapper or [])
+        self.propagation = propagation
         self.process = None
         self.log_path = None
         self._log = None
@@ -225,7 +233,8 @@ class Daemon:
         for target, source in self.binds.items():
             lines.append('mount --bind %s %s' % (shlex.quote(source), shlex.quote(target)))
         lines.append('exec "$@"')
-        return namespace_command() + ['/bin/sh', '-c', '\n'.join(lines), 'plinthd-namespace'] + cmd
+        return namespace_command(propagation=self.propagation) + ['/bin/sh', '-c', '\n'.join(lines),
+                                                                 'plinthd-namespace'] + cmd
 
     def start(self):
         if self.namespace:

@@ -43,6 +43,7 @@ class RpmDatabase:
         self._topdir = os.path.join(self.root, 'build')
         os.makedirs(self.home, exist_ok=True)
         os.makedirs(self.dbpath, exist_ok=True)
+        self._built = {}
         with open(os.path.join(self.home, '.rpmmacros'), 'w') as f:
             f.write('%%_dbpath %s\n' % self.dbpath)
         self._rpm(['--initdb'])
@@ -83,8 +84,23 @@ class RpmDatabase:
                        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, universal_newlines=True)
         rpmdir = os.path.join(topdir, 'RPMS', 'noarch')
         files = sorted(os.path.join(rpmdir, f) for f in os.listdir(rpmdir))
+        self._register(files)
+        for name in packages:
+            self._built[name] = os.path.join(rpmdir, '%s-1-1.noarch.rpm' % name)
+
+    def _register(self, files):
         self._rpm(['-i', '--justdb', '--nodeps', '--noscripts', '--notriggers', '--nosignature',
                    '--nodigest'] + files)
+
+    def reinstall(self, names):
+        """Register again packages built by install() and erased since, without building them again."""
+        if names:
+            self._register([self._built[name] for name in names])
+
+    def erase(self, names):
+        """Unregister installed packages by name."""
+        if names:
+            self._rpm(['-e', '--justdb', '--nodeps', '--noscripts', '--notriggers'] + list(names))
 
     def sizes(self):
         """What the rpm tool itself reads back: {name: size}."""

@@ -14,16 +14,15 @@
 
 namespace RpmTestDatabase {
 
-inline bool install(const QString &workdir, const QVariantMap &packages)
+// Runs `statement` on the database of `workdir` (`db`), made there on first
+// use, and makes it the default one.
+inline bool change(const QString &workdir, const QString &statement)
 {
-    QStringList entries;
-    for (auto it = packages.cbegin(); it != packages.cend(); ++it)
-        entries << QStringLiteral("'%1': %2").arg(it.key()).arg(it.value().toLongLong());
     const QString script = QStringLiteral("import rpmdb\n"
                                           "db = rpmdb.RpmDatabase('%1')\n"
-                                          "db.install({%2})\n"
+                                          "%2\n"
                                           "print(db.home)\n")
-                                   .arg(workdir, entries.join(QStringLiteral(", ")));
+                                   .arg(workdir, statement);
     QProcess python;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("PYTHONPATH"),
@@ -35,6 +34,19 @@ inline bool install(const QString &workdir, const QVariantMap &packages)
         return false;
     }
     return qputenv("HOME", python.readAllStandardOutput().trimmed());
+}
+
+inline bool install(const QString &workdir, const QVariantMap &packages)
+{
+    QStringList entries;
+    for (auto it = packages.cbegin(); it != packages.cend(); ++it)
+        entries << QStringLiteral("'%1': %2").arg(it.key()).arg(it.value().toLongLong());
+    return change(workdir, QStringLiteral("db.install({%1})").arg(entries.join(QStringLiteral(", "))));
+}
+
+inline bool erase(const QString &workdir, const QStringList &names)
+{
+    return change(workdir, QStringLiteral("db.erase(['%1'])").arg(names.join(QStringLiteral("', '"))));
 }
 
 } // namespace RpmTestDatabase

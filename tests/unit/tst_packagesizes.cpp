@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Package size sums on a real RPM database of tiny packages built by the
-// test bench (tests/harness/rpmdb.py), made the default database through HOME.
+// test bench (tests/harness/rpmdb.py), made the default database through HOME:
+// read afresh, and kept until the database changes.
+#include "folderwatches.h"
 #include "packagesizes.h"
 #include "rpmtestdatabase.h"
 
@@ -15,6 +17,7 @@ class TestPackageSizes : public QObject
     Q_OBJECT
 
     QTemporaryDir m_workdir;
+    FolderWatches m_watches{FolderWatches::DefaultMaxWatches};
 
 private slots:
     void initTestCase()
@@ -53,19 +56,60 @@ private slots:
     {
         QFETCH(QString, pattern);
         QFETCH(quint64, expected);
-        QCOMPARE(PackageSizes::sum(pattern), expected);
+        QCOMPARE(PackageSizes::read(pattern), expected);
+        PackageSizes kept(m_watches);
+        QCOMPARE(kept.sum(pattern), expected);
+        QCOMPARE(kept.sum(pattern), expected);
+    }
+
+    // The library's own reading touches files of the database (its lock, the
+    // log's shared memory): that must not count as a change.
+    void aKeptSumIsReadOnce()
+    {
+        PackageSizes kept(m_watches);
+        QCOMPARE(kept.sum("tarn-*"), quint64(104103));
+        QCOMPARE(kept.sum("*-debuginfo"), quint64(3012345));
+        const quint64 reads = kept.reads();
+        for (int i = 0; i < 5; ++i) {
+            QCOMPARE(kept.sum("tarn-*"), quint64(104103));
+            QCOMPARE(kept.sum("*-debuginfo"), quint64(3012345));
+        }
+        QCOMPARE(kept.reads(), reads);
+    }
+
+    void aKeptSumFollowsPackagesInstalledAndRemoved()
+    {
+        PackageSizes kept(m_watches);
+        QCOMPARE(kept.sum("tarn-*"), quint64(104103));
+        QVERIFY(RpmTestDatabase::install(m_workdir.path(), {{"tarn-new", 1000}}));
+        QCOMPARE(kept.sum("tarn-*"), quint64(105103));
+        QCOMPARE(kept.sum("*-debuginfo"), quint64(3012345));
+        QVERIFY(RpmTestDatabase::erase(m_workdir.path(), {"tarn-new"}));
+        QCOMPARE(kept.sum("tarn-*"), quint64(104103));
+    }
+
+    void withoutWatchesEverySumIsRead()
+    {
+        FolderWatches none(0);
+        PackageSizes unkept(none);
+        QCOMPARE(unkept.sum("tarn-*"), quint64(104103));
+        QCOMPARE(unkept.sum("tarn-*"), quint64(104103));
+        QCOMPARE(unkept.reads(), quint64(2));
     }
 
     void concurrentSums()
     {
         // Plain threads: their start and join are visible to ThreadSanitizer,
         // unlike the hand-overs inside Qt's thread pool.
+        PackageSizes kept(m_watches);
         std::vector<quint64> sums(16);
         std::vector<std::thread> threads;
         for (int t = 0; t < 4; ++t) {
-            threads.emplace_back([t, &sums] {
-                for (int i = t; i < 16; i += 4)
-                    sums[i] = PackageSizes::sum(i % 2 ? QStringLiteral("tarn-*") : QStringLiteral("*-debuginfo"));
+            threads.emplace_back([t, &sums, &kept] {
+                for (int i = t; i < 16; i += 4) {
+                    const QString pattern = i % 2 ? QStringLiteral("tarn-*") : QStringLiteral("*-debuginfo");
+                    sums[i] = i % 4 < 2 ? kept.sum(pattern) : PackageSizes::read(pattern);
+                }
             });
         }
         for (std::thread &thread : threads)

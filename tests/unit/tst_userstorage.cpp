@@ -7,6 +7,8 @@
 #include "mountnamespace.h"
 #include "testfiles.h"
 #include "figurekeys.h"
+#include "foldersizes.h"
+#include "folderwatches.h"
 #include "quotasource.h"
 #include "storagemaps.h"
 #include "userquotareport.h"
@@ -51,11 +53,20 @@ SpaceFigures space(quint64 used, quint64 total, quint64 available)
     return figures;
 }
 
+// One measure of folders for the whole program, as the daemon has: the
+// folders it keeps must follow every change the tests make between them.
+FolderSizes &keptFolders()
+{
+    static FolderWatches watches(FolderWatches::DefaultMaxWatches);
+    static FolderSizes folders(watches);
+    return folders;
+}
+
 // The breakdown as the user-partition answer carries it.
 QVariantMap breakdownMap(const QuotaSource &quotas, uint uid, const SpaceFigures &partition)
 {
     QVariantMap map;
-    StorageMaps::addUserBreakdown(map, UserStorageBreakdown(quotas).measure(uid, partition));
+    StorageMaps::addUserBreakdown(map, UserStorageBreakdown(quotas, keptFolders()).measure(uid, partition));
     return map;
 }
 
@@ -249,7 +260,7 @@ private slots:
         setUsers({{100000, "alice"}, {100001, "bob"}});
         FakeQuotaSource quotas;
         quotas.softLimits[100001] = 0;
-        const UserStorageBreakdown breakdown(quotas);
+        const UserStorageBreakdown breakdown(quotas, keptFolders());
         const SpaceFigures s = space(10000, 50000, 40000);
         const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100001, s);
         QCOMPARE(report.keys(), QStringList({"100001"}));
@@ -265,7 +276,7 @@ private slots:
         setUsers({{100000, "alice"}, {100002, "carol"}});
         FakeQuotaSource quotas;
         quotas.softLimits[100000] = 0;
-        const UserStorageBreakdown breakdown(quotas);
+        const UserStorageBreakdown breakdown(quotas, keptFolders());
         const SpaceFigures s = space(10000, 50000, 40000);
         QCOMPARE(UserQuotaReport(breakdown).collect(100000, s).keys(), QStringList({"100000"}));
     }
@@ -274,7 +285,7 @@ private slots:
     {
         setUsers({{100000, "alice"}, {100001, "bob"}});
         FakeQuotaSource quotas;
-        const UserStorageBreakdown breakdown(quotas);
+        const UserStorageBreakdown breakdown(quotas, keptFolders());
         const SpaceFigures s = space(10000, 50000, 40000);
         QTest::ignoreMessage(QtWarningMsg, "fillInternalUserStorageInfo Failed to get quota for uid: 100000");
         QTest::ignoreMessage(QtWarningMsg, "fillInternalUserStorageInfo Failed to get quota for uid: 100001");
@@ -296,7 +307,7 @@ private slots:
         FakeQuotaSource quotas;
         quotas.softLimits[100000] = 5; // 5120 bytes, below her 10000
         quotas.softLimits[100001] = 0;
-        const UserStorageBreakdown breakdown(quotas);
+        const UserStorageBreakdown breakdown(quotas, keptFolders());
         const SpaceFigures s = space(10000, 50000, 40000);
         const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100000, s);
         QCOMPARE(report["100000"].value("quotaIsSet"), QVariant(true));
@@ -311,7 +322,7 @@ private slots:
         setUsers({{100000, "alice"}, {100001, "bob"}});
         FakeQuotaSource quotas;
         quotas.softLimits[100001] = 100; // 102400 bytes
-        const UserStorageBreakdown breakdown(quotas);
+        const UserStorageBreakdown breakdown(quotas, keptFolders());
         const SpaceFigures s = space(10000, 50000, 40000);
         const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100001, s);
         QCOMPARE(report["100001"].value("quotaIsSet"), QVariant(true));
@@ -326,7 +337,7 @@ private slots:
         setUsers({{100000, "alice"}, {100001, "bob"}});
         FakeQuotaSource quotas;
         quotas.softLimits[100001] = quint64(1) << 54;
-        const UserStorageBreakdown breakdown(quotas);
+        const UserStorageBreakdown breakdown(quotas, keptFolders());
         const SpaceFigures s = space(10000, 50000, 40000);
         const QuotaInfoMap report = UserQuotaReport(breakdown).collect(100001, s);
         QCOMPARE(report["100001"].value("quotaIsSet"), QVariant(true));
