@@ -260,7 +260,9 @@ class Table:
         """A measured row. RATIO defaults to MINE / REFERENCE; SPREAD is (q1, q3) of it."""
         if ratio is None and isinstance(mine, (int, float)) and reference:
             ratio = mine / reference
-        ratio_text = '' if ratio is None else '%.2f' % ratio
+        # Two decimals, but two significant digits for the small ratios some
+        # goals are set in (a repeated query at 1/100 of the first).
+        ratio_text = '' if ratio is None else ('%.2f' if ratio >= 0.1 else '%.2g') % ratio
         if spread:
             ratio_text += ' (%.2f-%.2f)' % spread
         text = against + ('; ' + note if note else '')

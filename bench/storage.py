@@ -1,12 +1,12 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """The storage rows of bench/run: the directory walk against du, the package
-sum against rpm -qa, and Features latency while storage queries walk a large
-tree.
+sum against rpm -qa, Features latency while storage queries walk a large
+tree, and repeated storage queries against the first.
 
 The first two come from the C++ programs bench_directorysize and
 bench_packagesizes of the build (they check their own figure against the
 reference tool's, and that check failing fails the run); the third from
-bench_cpumodel_latency.py.
+bench_cpumodel_latency.py, the last from bench_repeated_queries.py.
 """
 
 import os
@@ -15,6 +15,7 @@ import subprocess
 
 import benchlib
 import bench_cpumodel_latency
+import bench_repeated_queries
 
 
 def _run(program, arguments):
@@ -63,13 +64,30 @@ def measure_latency_during_walks(build, table, entries):
                   benchlib.percentile(idle, fraction), 'ms', 'getCpuModel with no walk')
 
 
+def measure_repeated_queries(build, table, entries):
+    figures = bench_repeated_queries.measure(entries, binary=os.path.join(build, 'daemon', 'plinthd'))
+    made = figures['entries']
+    for method, times in figures['kept'].items():
+        first_cpu, first_wall = times['first']
+        for name, label in (('repeated', 'repeated'),
+                            ('changed', 'after %d files changed' % bench_repeated_queries.CHANGED_FILES)):
+            cpu, wall = times[name]
+            table.add('%s %s, %d entries, daemon CPU' % (method, label, made), cpu * 1000.0, first_cpu * 1000.0,
+                      'ms', 'the first query', note='goal <= 0.01' if name == 'repeated' else '')
+            table.add('%s %s, %d entries, wall' % (method, label, made), wall * 1000.0, first_wall * 1000.0,
+                      'ms', 'the first query')
+    table.add('memory kept per 100,000 entries walked', figures['kept_kib'] * 100000.0 / made, None, 'KiB',
+              'a daemon that keeps nothing', note='goal <= 2048 KiB; %d inotify watches' % figures['watches'])
+
+
 def measure(build, table, walk_entries, packages, tree_entries):
     """Every storage figure, into TABLE; a failed one is a FAILED row."""
     for figure, run in (
             ('directory walk', lambda: measure_walk(build, table, walk_entries)),
             ('package sum', lambda: measure_package_sum(build, table, packages)),
             ('getCpuModel latency during storage walks',
-             lambda: measure_latency_during_walks(build, table, tree_entries))):
+             lambda: measure_latency_during_walks(build, table, tree_entries)),
+            ('repeated storage queries', lambda: measure_repeated_queries(build, table, walk_entries))):
         print('%s...' % figure, flush=True)
         try:
             run()

@@ -2,9 +2,11 @@
 // The kernel's mount table (mountinfo format) as libmount parses it for the
 // partition manager, and the partitions joined from it and a fixed set of
 // block devices: an internal eMMC with its root and /home partitions and a
-// removable SD card.
+// removable SD card. And the mount points as the kept folder trees read the
+// same table.
 #include "fuzzinput.h"
 
+#include "mountpoints.h"
 #include "mounttable.h"
 #include "partitionscanner.h"
 
@@ -61,6 +63,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QVector<MountEntry> mounts = MountTable::read(tablePath(data, size));
     for (const MountEntry &entry : mounts)
         PLINTH_FUZZ_CHECK(!entry.target.isEmpty());
+
+    // The mount points as the kept folder trees read them: sorted, a table
+    // compared with itself shows no change, and compared with an empty one
+    // every mount point it holds.
+    const std::vector<MountPoints::Mount> points =
+            MountPoints::parse(QByteArray(reinterpret_cast<const char *>(data), int(size)));
+    PLINTH_FUZZ_CHECK(std::is_sorted(points.cbegin(), points.cend()));
+    PLINTH_FUZZ_CHECK(MountPoints::changed(points, points).empty());
+    const std::vector<std::string> all = MountPoints::changed(points, {});
+    PLINTH_FUZZ_CHECK(std::is_sorted(all.cbegin(), all.cend()));
+    PLINTH_FUZZ_CHECK(std::adjacent_find(all.cbegin(), all.cend()) == all.cend());
+    for (const MountPoints::Mount &mount : points)
+        PLINTH_FUZZ_CHECK(std::binary_search(all.cbegin(), all.cend(), mount.point));
 
     const QVector<Partition> partitions = PartitionScanner::build(mounts, devices());
     QSet<QString> names;

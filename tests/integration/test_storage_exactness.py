@@ -26,13 +26,12 @@ import errno
 import os
 import random
 import shutil
-import stat
 import subprocess
 import sys
 
-import dbus
 
 import cleanexit
+import plainwalk
 import plinthtest
 import rpmdb
 
@@ -41,47 +40,9 @@ ALICE, BOB = 100000, 100001
 USERS = ((ALICE, 'alice'), (BOB, 'bob'))
 OWNERS = (0, ALICE, BOB, 999)
 FOLDERS = ('Pictures', 'Videos', 'Music', 'Documents', 'Downloads')
-UNKNOWN_OWNER = 2 ** 32 - 2  # what the walk counts a dangling link's owner as
 STEPS = int(os.environ.get('PLINTHD_EXACTNESS_STEPS', '1200'))
 PACKAGES = {'tarn-maps': 4096, 'tarn-mail': 100000, 'kernel-debuginfo': 30000, 'glibc-debuginfo': 1234}
 TREES_SIZE = 256 * 1024 * 1024
-
-
-def plain_size(root, owner, excluded=()):
-    """What one owner has under ROOT, as the daemon's walk counts it: apparent
-    sizes of entries the owner owns, links by the owner of what they point
-    to, folders of another owner not entered, excluded paths left out."""
-    if root in excluded or not os.path.isdir(root):
-        return 0
-    total = 0
-    pending = [root]
-    while pending:
-        folder = pending.pop()
-        try:
-            names = os.listdir(folder)
-        except OSError:
-            continue
-        for name in names:
-            path = os.path.join(folder, name)
-            try:
-                status = os.lstat(path)
-            except OSError:
-                continue
-            if stat.S_ISLNK(status.st_mode):
-                try:
-                    target_owner = os.stat(path).st_uid
-                except OSError:
-                    target_owner = UNKNOWN_OWNER
-                if target_owner == owner:
-                    total += status.st_size
-            elif status.st_uid != owner:
-                continue
-            elif stat.S_ISDIR(status.st_mode):
-                if path not in excluded:
-                    pending.append(path)
-            else:
-                total += status.st_size
-    return total
 
 
 class Trees:
@@ -322,20 +283,20 @@ class ExactnessTest(cleanexit.CleanExit, plinthtest.DaemonTestCase):
         return {
             'bytesUsedApps': packages(lambda name: name.startswith('tarn-')),
             'bytesUsedDebugInfo': packages(lambda name: name.endswith('-debuginfo')),
-            'bytesUsedSDK': plain_size(trees.sdk, 0),
-            'bytesUsedCoreDumps': plain_size(trees.dumps, 0),
-            'bytesUsedSystemLogs': plain_size(trees.log, 0),
+            'bytesUsedSDK': plainwalk.size(trees.sdk, 0),
+            'bytesUsedCoreDumps': plainwalk.size(trees.dumps, 0),
+            'bytesUsedSystemLogs': plainwalk.size(trees.log, 0),
         }
 
     def expected_user(self, trees, uid, partition):
         """PARTITION: (used, available) of the user partition, from statvfs."""
         name = dict(USERS)[uid]
         home = os.path.join(trees.home, name)
-        folders = {folder: plain_size(os.path.join(home, folder), uid) for folder in FOLDERS}
+        folders = {folder: plainwalk.size(os.path.join(home, folder), uid) for folder in FOLDERS}
         excluded = {os.path.join(home, folder) for folder in FOLDERS}
-        home_other = plain_size(home, uid, excluded)
+        home_other = plainwalk.size(home, uid, excluded)
         excluded |= {os.path.join(trees.home, n) for _, n in USERS}
-        other = home_other + plain_size(trees.home, uid, excluded)
+        other = home_other + plainwalk.size(trees.home, uid, excluded)
         used, available = partition
         expected = {'bytesUsed' + folder: size for folder, size in folders.items()}
         expected['bytesUsedOther'] = other

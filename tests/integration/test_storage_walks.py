@@ -14,13 +14,13 @@ import ctypes
 import os
 import random
 import shutil
-import stat
 import threading
 
 import dbus
 
 import cleanexit
 import loadclients
+import plainwalk
 import plinthtest
 import rpmdb
 from plinthtest import FEATURES_IFACE, FEATURES_PATH, STORAGES_IFACE, STORAGES_PATH
@@ -37,35 +37,6 @@ def exchange(first, second):
     if libc.renameat2(AT_FDCWD, os.fsencode(first), AT_FDCWD, os.fsencode(second), RENAME_EXCHANGE) != 0:
         errno = ctypes.get_errno()
         raise OSError(errno, os.strerror(errno), first)
-
-
-def reference_size(root):
-    """What the walk counts for owner 0: apparent sizes of files and link
-    lengths, of entries root owns, not descending into others' folders, and
-    skipping names that a UTF-8 listing cannot decode."""
-    def counted(directory, name):
-        """The entry's lstat when the walk counts it, else None."""
-        try:
-            name.decode('utf-8')
-        except UnicodeDecodeError:
-            return None
-        status = os.lstat(os.path.join(directory, name))
-        return status if status.st_uid == 0 else None
-
-    total = 0
-    for directory, dirs, files in os.walk(os.fsencode(root)):
-        entered = []
-        for name in dirs:
-            status = counted(directory, name)
-            if status is None:
-                continue
-            if stat.S_ISLNK(status.st_mode):
-                total += status.st_size
-            else:
-                entered.append(name)
-        dirs[:] = entered
-        total += sum(status.st_size for status in (counted(directory, name) for name in files) if status)
-    return total
 
 
 def make_files(directory, count, seed, prefix=b'f', account=None):
@@ -124,7 +95,7 @@ class ChangingTreeTest(WalkTestCase):
         for i in range(self.FOLDERS):
             written += make_files(os.path.join(self.log, 'app%02d' % i), self.FILES, seed=1000 * i)
         daemon = self.start()
-        self.assertEqual(self.system_logs(), reference_size(self.log))
+        self.assertEqual(self.system_logs(), plainwalk.size(self.log, 0))
 
         stop = threading.Event()
         changes = {'renamed': 0, 'deleted': 0, 'exchanged': 0}
@@ -182,7 +153,7 @@ class ChangingTreeTest(WalkTestCase):
         self.assertEqual(result.answered, 120)
         self.assertGreater(min(changes.values()), 0, changes)
         # At rest again, the walk sees exactly what is there.
-        self.assertEqual(self.system_logs(), reference_size(self.log))
+        self.assertEqual(self.system_logs(), plainwalk.size(self.log, 0))
         self.assertCleanExit(daemon)
 
 
@@ -193,7 +164,7 @@ class HugeDirectoryTest(WalkTestCase):
         make_files(big, 99000, seed=5000000)
         # Names a UTF-8 listing cannot decode are not listed, so not counted.
         make_files(big, 1000, seed=6000000, prefix=b'bad\xff')
-        expected = reference_size(self.log)
+        expected = plainwalk.size(self.log, 0)
         self.assertGreater(expected, 0)
         daemon = self.start()
 

@@ -17,8 +17,9 @@ method and every property of the three objects. A chaos schedule, drawn from
 the seed before the run, starts, stops, stalls (SIGSTOP for longer than the
 daemon's call time-out) and fails (error replies) the user manager, systemd,
 oFono and the policy manager, plugs and unplugs an SD card (umockdev), mounts
-and unmounts its first partition, adds and removes modems and rewrites the SIM
-settings. In the second round the user manager is instead stopped for
+and unmounts its first partition, adds and removes modems, rewrites the SIM
+settings and changes the system logs the daemon walks (files written, made and
+deleted, folders made and removed), whose figure it keeps between queries. In the second round the user manager is instead stopped for
 PAUSE_SECONDS at a time, again and again, with calls that need it held
 meanwhile and answered with its real answers when it goes on (no other peer
 stalls in that round). The same seed gives the same schedule; which call meets which peer
@@ -28,7 +29,8 @@ daemon hears of some changes only through signals):
 
 - the D-Bus type, always, and never an error reply;
 - the exact value where the state decides it (getLocale, the external storage
-  and drive maps, the quota map without a user, SIM cards without oFono), else
+  and drive maps, the quota map without a user, SIM cards without oFono, the
+  system logs' figure), else
   the neutral value the interface gives when a peer is missing, and a value
   that never changes for everything read at start-up;
 - an answer within REPLY_DEADLINE: a call behind a stalled peer waits at most
@@ -45,6 +47,7 @@ import argparse
 import collections
 import os
 import random
+import shutil
 import signal
 import sys
 import time
@@ -55,6 +58,7 @@ from gi.repository import GLib
 
 import knownanswers
 import loadclients
+import plainwalk
 import plinthtest
 import scriptedpeer
 import simtest
@@ -128,7 +132,7 @@ def settings():
 # The world: the state of every peer and of the card, with its history.
 
 INITIAL_WORLD = {'user_manager': UP, 'systemd': UP, 'policy_manager': UP, 'ofono': UP,
-                 'modems': 0, 'card': True, 'mounted': True}
+                 'modems': 0, 'card': True, 'mounted': True, 'logs': None}
 
 
 class World:
@@ -281,7 +285,11 @@ class Expectations:
 
     @staticmethod
     def system_storage(value, states):
-        return map_with(SYSTEM_KEYS)(value)
+        problem = map_with(SYSTEM_KEYS)(value)
+        logs = [s['logs'] for s in states]
+        if problem or CHANGING in logs or int(value['bytesUsedSystemLogs']) in logs:
+            return problem
+        return 'bytesUsedSystemLogs %d, while the logs held %s' % (int(value['bytesUsedSystemLogs']), logs)
 
     # -- Features and SIM -------------------------------------------------
 
@@ -329,7 +337,7 @@ class Expectations:
             storages('getExternalStorageDrivesInfo', self.external_drives, lag=MEDIA_LAG),
             storages('getInternalStorageInfo', lambda v, s: map_with(PARTITION_SUMMARY_KEYS)(v)),
             storages('getInternalUserPartitionInfo', self.user_partition, weight=PEER_WEIGHT, lag=ROUND_TRIP_LAG),
-            storages('getSystemStorageInfo', self.system_storage),
+            storages('getSystemStorageInfo', self.system_storage, lag=MEDIA_LAG),
             storages('getUsersQuotaInfo', self.quotas, weight=PEER_WEIGHT, lag=ROUND_TRIP_LAG),
         ]
 
@@ -381,8 +389,31 @@ EVENTS = (
         ('card.mount', lambda s: not s['mounted'], {'mounted': True}),
         ('card.umount', lambda s: s['mounted'], {'mounted': False}),
         ('sim.settings', lambda s: True, {}),
+        ('logs.change', lambda s: True, {}),
     ]
 )
+
+
+def change_logs(root, rng):
+    """A few changes of the log folder ROOT, made as services make them."""
+    os.makedirs(root, exist_ok=True)
+    for _ in range(1 + rng.randrange(4)):
+        folders = [root] + [os.path.join(f, d) for f, ds, _ in os.walk(root) for d in ds]
+        files = [os.path.join(f, n) for f, _, ns in os.walk(root) for n in ns]
+        folder = rng.choice(folders)
+        kind = rng.randrange(6)
+        if kind < 2 or not files:
+            with open(os.path.join(folder, 'log%d' % rng.randrange(1 << 30)), 'wb') as f:
+                f.write(b'x' * rng.randrange(4000))
+        elif kind == 2:
+            with open(rng.choice(files), 'ab') as f:
+                f.write(b'x' * rng.randrange(4000))
+        elif kind == 3:
+            os.unlink(rng.choice(files))
+        elif kind == 4:
+            os.mkdir(os.path.join(folder, 'dir%d' % rng.randrange(1 << 30)))
+        elif folder != root:
+            shutil.rmtree(folder)
 
 
 def draw_schedule(rng, seconds, pauses=False):
@@ -422,6 +453,8 @@ def draw_schedule(rng, seconds, pauses=False):
         elif name == 'sim.settings':
             argument = {'voice_sim_usage_mode': rng.choice(['0', '1', '2', "'dual'"]),
                         'default_voice_sim': "'%s'" % simtest.imsi(rng.randrange(2))}
+        elif name == 'logs.change':
+            argument = rng.randrange(1 << 32)
         if effect:
             state.update(effect)
         schedule.append((offset, name, argument))
@@ -458,7 +491,9 @@ class SoakTest(simtest.SimTestCase, storagebench.StorageTestCase):
         self.ofono = None
         self.modems = []
         self.modem_serial = 0
-        self.world = World(INITIAL_WORLD)
+        self.logs = os.path.join(self.workdir, 'logs')
+        change_logs(self.logs, random.Random(self.seed))
+        self.world = World(dict(INITIAL_WORLD, logs=plainwalk.size(self.logs, 0)))
 
     def start_device_daemon(self, **kwargs):
         """The daemon on the known device, with the SD card and the eMMC.
@@ -541,6 +576,10 @@ class SoakTest(simtest.SimTestCase, storagebench.StorageTestCase):
             self.change_card('mounted', False, lambda: self.umount('mmcblk1p1'))
         elif name == 'sim.settings':
             self.write_settings(**argument)
+        elif name == 'logs.change':
+            self.world.set(logs=CHANGING)
+            change_logs(self.logs, random.Random(argument))
+            self.world.set(logs=plainwalk.size(self.logs, 0))
 
     def change_card(self, key, value, act):
         """A change of the card takes a moment, in which only types are checked."""
@@ -675,7 +714,8 @@ class SoakTest(simtest.SimTestCase, storagebench.StorageTestCase):
 
         for peer in ('user_manager', 'systemd', 'policy_manager', 'ofono'):
             self.start_peer(peer)
-        daemon = self.start_device_daemon(env={'DCONF_PROFILE': simtest.DATABASE}, binds={'/etc/dconf': self.dconf})
+        daemon = self.start_device_daemon(env={'DCONF_PROFILE': simtest.DATABASE},
+                                          binds={'/etc/dconf': self.dconf, '/var/log': self.logs})
         where = self.mount('mmcblk1p1', CARD_MOUNT_BYTES)
         expectations = Expectations(self.device, where, self.read_startup_properties()).calls()
 

@@ -10,6 +10,7 @@
 #include "foldersizes.h"
 #include "folderwatches.h"
 #include "mountnamespace.h"
+#include "mountpoints.h"
 #include "referencewalk.h"
 
 #include <QDir>
@@ -314,6 +315,22 @@ class TestFolderSizes : public QObject
     }
 
 private slots:
+    // The kernel escapes blanks in paths; a mount made over another at the
+    // same place is a change though the set of places is not.
+    void mountTableChanges()
+    {
+        const QByteArray before = "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                                  "30 22 0:5 / /home/with\\040blank rw - tmpfs tmpfs rw\n";
+        const QByteArray stacked = before + "31 30 0:6 / /home/with\\040blank rw - tmpfs tmpfs rw\n";
+        const std::vector<MountPoints::Mount> mounts = MountPoints::parse(before);
+        QCOMPARE(int(mounts.size()), 2);
+        QCOMPARE(QByteArray::fromStdString(mounts.at(1).point), QByteArray("/home/with blank"));
+        QVERIFY(MountPoints::changed(mounts, MountPoints::parse(before)).empty());
+        const std::vector<std::string> changed = MountPoints::changed(mounts, MountPoints::parse(stacked));
+        QCOMPARE(int(changed.size()), 1);
+        QCOMPARE(QByteArray::fromStdString(changed.front()), QByteArray("/home/with blank"));
+    }
+
     void initTestCase()
     {
         if (!MountNamespace::inside())
