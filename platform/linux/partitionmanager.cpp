@@ -89,7 +89,7 @@ public:
         if (!manager)
             return;
         m_result = result;
-        QMetaObject::invokeMethod(manager, [manager] { manager->finishScan(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(manager, "finishScan", Qt::QueuedConnection);
     }
 
     ScanResult take()

@@ -97,6 +97,12 @@ signals:
     void storageAdded(const Partition &partition);
     void partitionRemoved(const Partition &partition);
 
+private slots:
+    // Queued by the scan thread by name: a queued call of a functor would
+    // make its object on that thread, where ThreadSanitizer cannot see it
+    // handed over through Qt's uninstrumented event queue.
+    void finishScan();
+
 private:
     class ScanSources;
     class ScanMailbox;
@@ -104,7 +110,6 @@ private:
     void watch(int descriptor);
     void noticeChange(QSocketNotifier *notifier);
     void startScan();
-    void finishScan();
     void store(const QVector<Partition> &partitions, quint64 generation);
     void announce(const QVector<Partition> &partitions);
     static QVector<Partition> withoutUnprobedArrivals(const QVector<Partition> &scanned,

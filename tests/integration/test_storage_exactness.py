@@ -30,6 +30,8 @@ import subprocess
 import sys
 
 
+import dbus
+
 import cleanexit
 import plainwalk
 import plinthtest
@@ -274,7 +276,11 @@ class ExactnessTest(cleanexit.CleanExit, plinthtest.DaemonTestCase):
         return self.start_daemon(env=env, setup=setup, binds=binds, propagation='slave')
 
     def call(self, method):
-        return getattr(self.storages(), method)(timeout=120)
+        try:
+            return getattr(self.storages(), method)(timeout=120)
+        except dbus.exceptions.DBusException:
+            print(self.daemon.output(), file=sys.stderr)
+            raise
 
     # What the daemon must answer now, from the trees as they are.
     def expected_system(self, trees):

@@ -2,6 +2,7 @@
 // The debug switch behind PLINTHD_DEBUG: every category the daemon and its
 // platform classes define is named under "plinthd", and the switch turns debug
 // and info on for all of them, without silencing what Qt's own rules enable.
+#include "folderwatches.h"
 #include "logging.h"
 
 #include <platformlogging.h>
@@ -17,7 +18,7 @@ namespace {
 const QList<const QLoggingCategory *> &productCategories()
 {
     static const QList<const QLoggingCategory *> categories = {
-        &lcPlinthd(), &lcPartitions(), &lcTelephony(), &lcSettings(), &lcAccessPolicy(),
+        &lcPlinthd(), &lcPartitions(), &lcTelephony(), &lcSettings(), &lcAccessPolicy(), &lcFolders(),
     };
     return categories;
 }
