@@ -28,22 +28,6 @@ import plinthtest
 FILES_PER_DIRECTORY = 1000
 
 
-def make_tree(root, entries):
-    made = 0
-    directory = 0
-    while made < entries:
-        path = os.path.join(root, 'group%d' % (directory // 100), 'dir%d' % directory)
-        os.makedirs(path)
-        made += 1
-        for i in range(min(FILES_PER_DIRECTORY, entries - made)):
-            fd = os.open(os.path.join(path, 'f%d' % i), os.O_CREAT | os.O_WRONLY, 0o644)
-            os.ftruncate(fd, i * 13)
-            os.close(fd)
-            made += 1
-        directory += 1
-    return made
-
-
 def time_calls(features, count):
     latencies = []
     for _ in range(count):
@@ -72,7 +56,8 @@ def measure(entries, binary=None):
     try:
         tree = os.path.join(workdir, 'tree')
         started = time.monotonic()
-        made = make_tree(tree, entries)
+        benchlib.make_tree(tree, entries, FILES_PER_DIRECTORY)
+        made = entries
         print('tree: %d entries (made in %.1f s)' % (made, time.monotonic() - started), flush=True)
 
         bus = plinthtest.PrivateSystemBus(workdir)

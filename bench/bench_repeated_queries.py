@@ -43,22 +43,8 @@ FOLDERS = ('Pictures', 'Videos', 'Music', 'Documents', 'Downloads')
 
 
 def make_folders(root, entries, owner=0):
-    """Folders of FILES_PER_FOLDER files under ROOT, ENTRIES entries in all; the files' paths."""
-    files = []
-    made = 0
-    folder_index = 0
-    while made < entries:
-        folder = os.path.join(root, 'group%d' % (folder_index // 50), 'dir%d' % folder_index)
-        os.makedirs(folder)
-        made += 1
-        for i in range(min(FILES_PER_FOLDER, entries - made)):
-            path = os.path.join(folder, 'f%d' % i)
-            fd = os.open(path, os.O_CREAT | os.O_WRONLY, 0o644)
-            os.ftruncate(fd, i * 13)
-            os.close(fd)
-            files.append(path)
-            made += 1
-        folder_index += 1
+    """benchlib.make_tree's folders, given to OWNER; the files' paths."""
+    files = benchlib.make_tree(root, entries, FILES_PER_FOLDER)
     if owner:
         subprocess.run(['chown', '-R', '%d:%d' % (owner, owner), root], check=True)
     return files
@@ -108,7 +94,7 @@ class Bench:
             for folder in FOLDERS + ('',):
                 self.home_files += make_folders(os.path.join(self.home, name, folder or 'other'), share, uid)
             os.chown(os.path.join(self.home, name), uid, uid)
-        self.entries = len(self.log_files) + len(self.home_files)
+        self.entries = entries + share * 2 * (len(FOLDERS) + 1)
         print('trees: %d entries (made in %.1f s)' % (self.entries, time.monotonic() - started), flush=True)
         self.passwd = os.path.join(workdir, 'passwd')
         with open(self.passwd, 'w') as f:

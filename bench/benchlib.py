@@ -286,6 +286,27 @@ class Table:
 
 # --- the set-up --------------------------------------------------------------
 
+def make_tree(root, entries, files_per_folder):
+    """Folders of FILES_PER_FOLDER files of known sizes under ROOT, in groups
+    of 100 folders, ENTRIES entries in all; the files' paths."""
+    files = []
+    made = 0
+    folder = 0
+    while made < entries:
+        path = os.path.join(root, 'group%d' % (folder // 100), 'dir%d' % folder)
+        os.makedirs(path)
+        made += 1
+        for i in range(min(files_per_folder, entries - made)):
+            name = os.path.join(path, 'f%d' % i)
+            fd = os.open(name, os.O_CREAT | os.O_WRONLY, 0o644)
+            os.ftruncate(fd, i * 13)
+            os.close(fd)
+            files.append(name)
+            made += 1
+        folder += 1
+    return files
+
+
 class Session:
     """A private system bus with systemd mocked and a real RPM database.
 

@@ -20,8 +20,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <atomic>
 #include <functional>
 #include <random>
+#include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -477,6 +480,36 @@ private slots:
         QCOMPARE(difference(folders, m_root, {}, 0, "a change behind FUSE"), QString());
         QCOMPARE(QProcess::execute("fusermount", {"-u", mountPoint}), 0);
         QCOMPARE(difference(folders, m_root, {}, 0, "an unmount"), QString());
+    }
+
+    // Queries of one path and of paths within it, from several threads (plain
+    // ones: ThreadSanitizer sees their start and join), while a thread
+    // changes the tree; at rest every figure is exact.
+    void concurrentQueriesWhileTheTreeChanges()
+    {
+        makeTree(m_root, 20, 10);
+        FolderWatches watches(FolderWatches::DefaultMaxWatches);
+        FolderSizes folders(watches);
+        std::atomic<bool> stop{false};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.emplace_back([&, t] {
+                const QString path = t % 2 ? m_root : QStringLiteral("%1/d%2").arg(m_root).arg(t);
+                while (!stop.load())
+                    folders.size(path, {}, Owners[t % 3]);
+            });
+        }
+        RandomChanges changes(m_root, m_outside, testSeed());
+        for (int i = 0; i < 300; ++i)
+            changes.apply();
+        stop = true;
+        for (std::thread &thread : threads)
+            thread.join();
+        changes.unmountAll();
+        for (uint owner : Owners) {
+            QCOMPARE(difference(folders, m_root, {}, owner, "concurrent changes"), QString());
+            QCOMPARE(difference(folders, m_root + "/d1", {}, owner, "concurrent changes"), QString());
+        }
     }
 
     // What is kept costs a small part of what a listing of every file would.
