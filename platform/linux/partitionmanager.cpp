@@ -97,7 +97,11 @@ public:
         if (!manager)
             return;
         m_result = result;
-        QMetaObject::invokeMethod(manager, [manager] { manager->finishScan(); }, Qt::QueuedConnection);
+        // Queued by name, so that the call is made up by Qt alone: the scan
+        // thread hands the manager's thread nothing but what the lock guards.
+        // (ThreadSanitizer cannot see the ordering of Qt's event queue, and a
+        // functor made here and run there looked like a race to it.)
+        QMetaObject::invokeMethod(manager, "finishScan", Qt::QueuedConnection);
     }
 
     ScanResult take()

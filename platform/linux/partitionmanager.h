@@ -131,7 +131,7 @@ private:
     void watch(int descriptor);
     void noticeChange(QSocketNotifier *notifier);
     void startScan();
-    void finishScan();
+    Q_INVOKABLE void finishScan();
     void store(const QVector<Partition> &partitions, quint64 generation);
     void announce(const QVector<Partition> &partitions);
     static QVector<Partition> withoutUnprobedArrivals(const QVector<Partition> &scanned,
