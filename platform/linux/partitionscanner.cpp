@@ -96,11 +96,6 @@ QVector<Partition> PartitionScanner::measure(const Layout &layout)
     return partitions;
 }
 
-QVector<Partition> PartitionScanner::scan(const QString &mountTablePath)
-{
-    return measure(layout(mountTablePath));
-}
-
 QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, const QVector<BlockDevice> &devices)
 {
     return measure(layout(mounts, devices));

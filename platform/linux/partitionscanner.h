@@ -36,8 +36,7 @@ public:
     // figures of now.
     static QVector<Partition> measure(const Layout &layout);
 
-    // Both steps at once.
-    static QVector<Partition> scan(const QString &mountTablePath);
+    // Both steps at once, on a table and devices given (tests, fuzzing).
     static QVector<Partition> build(const QVector<MountEntry> &mounts, const QVector<BlockDevice> &devices);
 };
 
