@@ -27,10 +27,10 @@ class QSocketNotifier;
 //                 the mount table at every mount and unmount. Each is queued
 //                 before the call that made the change returns. So the layout
 //                 is kept between scans (LayoutCache) and read again only
-//                 after an announcement, or when one may have been lost: a
-//                 monitor's queue overflowed (ENOBUFS on its socket), a
-//                 monitor could not be made, or the mount table is a fixture
-//                 file nobody watches; in those cases every scan reads it.
+//                 after an announcement, or where one may have been lost: by
+//                 the next scan after a monitor's queue overflowed (ENOBUFS
+//                 on its socket), and by every scan when a monitor could not
+//                 be made or the mount table is a fixture file nobody watches.
 //   the figures   of every mounted file system (statvfs() of its mount path,
 //                 with a look before and after that it is still mounted
 //                 there): they change at any write, with no announcement, so
