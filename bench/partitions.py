@@ -57,6 +57,9 @@ def measure_query_costs(build, table):
     daemon = None
     try:
         address = bus.start()
+        reason = loops.cannot_attach()
+        if reason:
+            raise RuntimeError(reason)
         for _ in range(FEW):
             loops.attach(LOOP_BYTES, filesystems=False)
         daemon = plinthtest.Daemon(workdir, binary=os.path.join(build, 'daemon', 'plinthd'), namespace=True)

@@ -128,6 +128,16 @@ class LoopDevices:
                 _run(*(command + [target]))
         return device
 
+    def cannot_attach(self):
+        """Why no loop device with a partition can be attached here (an
+        emulator that does not carry the calls, say), or None after attaching
+        and detaching one."""
+        try:
+            self.detach(self.attach(2 * MiB, partitions=1, filesystems=False))
+        except RuntimeError as error:
+            return 'cannot attach a loop device with a partition here: %s' % error
+        return None
+
     def detach(self, device):
         """Detaches DEVICE; its partitions go with it. A device whose file
         system is still mounted somewhere goes once it is unmounted."""

@@ -71,6 +71,9 @@ class LayoutTestCase(plinthtest.DaemonTestCase):
         super().setUp()
         self.loops = loopdevices.LoopDevices(self.workdir)
         self.addCleanup(self.loops.close)
+        reason = self.loops.cannot_attach()
+        if reason:
+            self.skipTest(reason)
 
     def start_user_manager(self, address):
         """The user manager on the bus at ADDRESS; the current user is root."""
