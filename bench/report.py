@@ -17,6 +17,7 @@ import sys
 
 import benchlib
 import features
+import partitions
 import storage
 
 
@@ -41,6 +42,7 @@ def main():
     except Exception as error:
         table.failed('bench set-up', error)
     storage.measure(os.path.abspath(args.build), table, args.walk_entries, args.packages, args.tree_entries)
+    partitions.measure(os.path.abspath(args.build), table)
 
     print()
     table.print()

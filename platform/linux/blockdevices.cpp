@@ -4,10 +4,16 @@
 #include "platformlogging.h"
 #include "sourcelock.h"
 
+#include <QHash>
+
 #include <libudev.h>
 
+#include <dirent.h>
+
+#include <algorithm>
 #include <limits>
 #include <memory>
+#include <vector>
 
 namespace {
 
@@ -15,13 +21,14 @@ namespace {
 // device's own logical block size.
 const qint64 SizeSectorBytes = 512;
 
+// Devices the kernel makes on its own (loop, device-mapper, zram, md) hang
+// under this folder and on no bus: libudev would look for a parent in each
+// folder above them, and find none.
+const QByteArray VirtualDevicesPath = QByteArrayLiteral("/devices/virtual/");
+
 struct UdevDeleter
 {
     void operator()(udev *context) const { udev_unref(context); }
-};
-struct EnumerateDeleter
-{
-    void operator()(udev_enumerate *enumerate) const { udev_enumerate_unref(enumerate); }
 };
 struct DeviceDeleter
 {
@@ -29,55 +36,101 @@ struct DeviceDeleter
 };
 using DevicePtr = std::unique_ptr<udev_device, DeviceDeleter>;
 
-QByteArray property(udev_device *device, const char *name)
-{
-    return QByteArray(udev_device_get_property_value(device, name));
-}
-
 QByteArray attribute(udev_device *device, const char *name)
 {
     return QByteArray(udev_device_get_sysattr_value(device, name)).trimmed();
 }
 
+// What udev knows of one device, read once. A device udev has finished with
+// has a database, which libudev reads at the first question and keeps. One
+// without (udev has not got to it yet, or no udev runs here) has only the
+// kernel's uevent file, in whose lines recordings of devices carry udev's
+// properties too; libudev would look for the missing database again at every
+// question, so that file is read once here and answers them all.
+class DeviceProperties
+{
+public:
+    explicit DeviceProperties(udev_device *device)
+        : m_device(device)
+        , m_initialized(udev_device_get_is_initialized(device) > 0)
+    {
+        if (m_initialized)
+            return;
+        const QList<QByteArray> lines = QByteArray(udev_device_get_sysattr_value(device, "uevent")).split('\n');
+        for (const QByteArray &line : lines) {
+            const int equals = line.indexOf('=');
+            if (equals > 0)
+                m_uevent.insert(line.left(equals), line.mid(equals + 1));
+        }
+    }
+
+    QByteArray value(const char *name) const
+    {
+        if (m_initialized)
+            return QByteArray(udev_device_get_property_value(m_device, name));
+        return m_uevent.value(QByteArray::fromRawData(name, int(qstrlen(name))));
+    }
+
+    // Whether udev has finished with the device. Recordings of devices carry
+    // the property that says so without a udev database behind them.
+    bool initialized() const { return m_initialized || !value("USEC_INITIALIZED").isEmpty(); }
+
+private:
+    udev_device *const m_device;
+    const bool m_initialized;
+    QHash<QByteArray, QByteArray> m_uevent;
+};
+
 // Prefers the escaped form, which keeps blanks and non-ASCII bytes that the
 // plain property replaces with underscores.
-QString encodedOrPlain(udev_device *device, const char *encodedName, const char *plainName)
+QString encodedOrPlain(const DeviceProperties &properties, const char *encodedName, const char *plainName)
 {
-    const char *encoded = udev_device_get_property_value(device, encodedName);
-    if (encoded && *encoded)
-        return BlockDevices::unescape(encoded).trimmed();
-    return QString::fromUtf8(property(device, plainName)).trimmed();
+    const QByteArray encoded = properties.value(encodedName);
+    if (!encoded.isEmpty())
+        return BlockDevices::unescape(encoded.constData()).trimmed();
+    return QString::fromUtf8(properties.value(plainName)).trimmed();
 }
 
 // MBR extended partitions only hold the logical ones; nothing can be mounted
 // from them.
-bool isExtendedContainer(udev_device *device)
+bool isExtendedContainer(const DeviceProperties &properties)
 {
-    const QByteArray type = property(device, "ID_PART_ENTRY_TYPE").toLower();
+    const QByteArray type = properties.value("ID_PART_ENTRY_TYPE").toLower();
     return type == "0x5" || type == "0xf" || type == "0x85";
 }
 
-void describeDrive(udev_device *disk, BlockDevice &out)
+// The drive a disk is, as its partitions describe it.
+struct Drive
 {
-    out.driveVendor = encodedOrPlain(disk, "ID_VENDOR_ENC", "ID_VENDOR");
-    out.driveModel = encodedOrPlain(disk, "ID_MODEL_ENC", "ID_MODEL");
-    if (out.driveVendor.isEmpty())
-        out.driveVendor = QString::fromUtf8(attribute(disk, "device/vendor"));
-    if (out.driveModel.isEmpty())
-        out.driveModel = QString::fromUtf8(attribute(disk, "device/model"));
+    QString vendor;
+    QString model;
+    int connectionBus = Partition::OtherBus;
+    bool removable = false;
+};
+
+Drive describeDrive(udev_device *disk, const DeviceProperties &properties)
+{
+    Drive out;
+    out.vendor = encodedOrPlain(properties, "ID_VENDOR_ENC", "ID_VENDOR");
+    out.model = encodedOrPlain(properties, "ID_MODEL_ENC", "ID_MODEL");
+    if (out.vendor.isEmpty())
+        out.vendor = QString::fromUtf8(attribute(disk, "device/vendor"));
+    if (out.model.isEmpty())
+        out.model = QString::fromUtf8(attribute(disk, "device/model"));
 
     bool sdCard = false;
     int bus = Partition::OtherBus;
     // The first bus found walking up from the disk is the one it hangs on:
     // a card reader on USB is a USB drive.
-    for (udev_device *ancestor = udev_device_get_parent(disk); ancestor;
+    const bool virtualDevice = QByteArray(udev_device_get_devpath(disk)).startsWith(VirtualDevicesPath);
+    for (udev_device *ancestor = virtualDevice ? nullptr : udev_device_get_parent(disk); ancestor;
          ancestor = udev_device_get_parent(ancestor)) {
         const QByteArray subsystem(udev_device_get_subsystem(ancestor));
         if (subsystem == "mmc") {
             bus = Partition::SDBus;
             sdCard = attribute(ancestor, "type") == "SD";
-            if (out.driveModel.isEmpty())
-                out.driveModel = QString::fromUtf8(attribute(ancestor, "name"));
+            if (out.model.isEmpty())
+                out.model = QString::fromUtf8(attribute(ancestor, "name"));
             break;
         }
         if (subsystem == "usb") {
@@ -90,7 +143,7 @@ void describeDrive(udev_device *disk, BlockDevice &out)
         }
     }
     if (bus == Partition::OtherBus) {
-        const QByteArray idBus = property(disk, "ID_BUS");
+        const QByteArray idBus = properties.value("ID_BUS");
         if (idBus == "usb")
             bus = Partition::USBBus;
         else if (idBus == "ieee1394")
@@ -98,6 +151,37 @@ void describeDrive(udev_device *disk, BlockDevice &out)
     }
     out.connectionBus = bus;
     out.removable = attribute(disk, "removable") == "1" || bus == Partition::USBBus || sdCard;
+    return out;
+}
+
+// Every block device of the kernel, disks and partitions, as a link to its
+// folder. Listed here rather than through udev's enumeration, which makes
+// each device and looks above it for parents before handing back only its
+// path, to be made again.
+const char *const ClassBlockPath = "/sys/class/block";
+
+std::vector<QByteArray> blockDeviceNames()
+{
+    std::vector<QByteArray> names;
+    DIR *dir = ::opendir(ClassBlockPath);
+    if (!dir) {
+        qCWarning(lcPartitions) << "Can't list the block devices";
+        return names;
+    }
+    while (const dirent *entry = ::readdir(dir)) {
+        if (entry->d_name[0] != '.')
+            names.emplace_back(entry->d_name);
+    }
+    ::closedir(dir);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// The folder above a sysfs path: a partition's is its disk's.
+QByteArray parentPath(const char *syspath)
+{
+    const QByteArray path(syspath);
+    return path.left(path.lastIndexOf('/'));
 }
 
 } // namespace
@@ -122,6 +206,8 @@ QString BlockDevices::unescape(const char *encoded)
     return QString::fromUtf8(raw);
 }
 
+// Each device is made once and asked each question once; a disk is described
+// once for all its partitions.
 QVector<BlockDevice> BlockDevices::scan()
 {
     QVector<BlockDevice> devices;
@@ -131,46 +217,74 @@ QVector<BlockDevice> BlockDevices::scan()
         qCWarning(lcPartitions) << "Can't create a udev context";
         return devices;
     }
-    std::unique_ptr<udev_enumerate, EnumerateDeleter> enumerate(udev_enumerate_new(context.get()));
-    if (!enumerate)
-        return devices;
-    udev_enumerate_add_match_subsystem(enumerate.get(), "block");
-    if (udev_enumerate_scan_devices(enumerate.get()) < 0) {
-        qCWarning(lcPartitions) << "Can't list the block devices";
-        return devices;
-    }
-
-    udev_list_entry *entry = nullptr;
-    udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get())) {
-        DevicePtr device(udev_device_new_from_syspath(context.get(), udev_list_entry_get_name(entry)));
+    std::vector<DevicePtr> listed;
+    std::vector<std::unique_ptr<DeviceProperties>> properties;
+    QHash<QByteArray, int> bySyspath;
+    for (const QByteArray &name : blockDeviceNames()) {
+        const QByteArray link = QByteArray(ClassBlockPath) + '/' + name;
+        DevicePtr device(udev_device_new_from_syspath(context.get(), link.constData()));
         if (!device)
             continue;
+        bySyspath.insert(QByteArray(udev_device_get_syspath(device.get())), int(listed.size()));
+        properties.push_back(std::make_unique<DeviceProperties>(device.get()));
+        listed.push_back(std::move(device));
+    }
+
+    QHash<udev_device *, Drive> drives;
+    // A disk that was not listed itself (it went between the listing and
+    // now): its properties live as long as the scan, like the listed ones'.
+    std::vector<std::unique_ptr<DeviceProperties>> unlisted;
+    const auto driveOf = [&](udev_device *disk, const DeviceProperties &diskProperties) {
+        auto found = drives.constFind(disk);
+        if (found == drives.constEnd())
+            found = drives.insert(disk, describeDrive(disk, diskProperties));
+        return found.value();
+    };
+
+    for (std::size_t i = 0; i < listed.size(); ++i) {
+        udev_device *device = listed[i].get();
+        const DeviceProperties &props = *properties[i];
         BlockDevice out;
-        out.sysName = QString::fromLocal8Bit(udev_device_get_sysname(device.get()));
-        out.devNode = QString::fromLocal8Bit(udev_device_get_devnode(device.get()));
-        out.devnum = udev_device_get_devnum(device.get());
-        out.isPartition = qstrcmp(udev_device_get_devtype(device.get()), "partition") == 0;
-        if (out.isPartition && isExtendedContainer(device.get()))
+        out.sysName = QString::fromLocal8Bit(udev_device_get_sysname(device));
+        out.devNode = QString::fromLocal8Bit(udev_device_get_devnode(device));
+        out.devnum = udev_device_get_devnum(device);
+        out.isPartition = qstrcmp(udev_device_get_devtype(device), "partition") == 0;
+        if (out.isPartition && isExtendedContainer(props))
             continue;
-        out.hasPartitionTable = !property(device.get(), "ID_PART_TABLE_TYPE").isEmpty();
+        out.hasPartitionTable = !props.value("ID_PART_TABLE_TYPE").isEmpty();
         bool sizeOk = false;
-        const qint64 sectors = attribute(device.get(), "size").toLongLong(&sizeOk);
+        const qint64 sectors = attribute(device, "size").toLongLong(&sizeOk);
         out.sizeBytes = sizeOk && sectors > 0 && sectors <= std::numeric_limits<qint64>::max() / SizeSectorBytes
                 ? sectors * SizeSectorBytes : 0;
-        out.fsType = QString::fromUtf8(property(device.get(), "ID_FS_TYPE"));
-        out.fsLabel = encodedOrPlain(device.get(), "ID_FS_LABEL_ENC", "ID_FS_LABEL");
-        out.partitionLabel = unescape(udev_device_get_property_value(device.get(), "ID_PART_ENTRY_NAME"));
-        // udev records when it finished with a device; recordings of devices
-        // carry that property without a udev database behind them.
-        out.probed = udev_device_get_is_initialized(device.get()) > 0
-                || !property(device.get(), "USEC_INITIALIZED").isEmpty();
+        out.fsType = QString::fromUtf8(props.value("ID_FS_TYPE"));
+        out.fsLabel = encodedOrPlain(props, "ID_FS_LABEL_ENC", "ID_FS_LABEL");
+        out.partitionLabel = BlockDevices::unescape(props.value("ID_PART_ENTRY_NAME").constData());
+        out.probed = props.initialized();
 
-        // The parent belongs to the child and must not be unreferenced.
-        udev_device *disk = out.isPartition
-                ? udev_device_get_parent_with_subsystem_devtype(device.get(), "block", "disk")
-                : device.get();
-        if (disk)
-            describeDrive(disk, out);
+        // A partition's disk is the folder above it, listed too; the parent
+        // libudev finds belongs to the child and must not be unreferenced.
+        udev_device *disk = device;
+        const DeviceProperties *diskProperties = &props;
+        if (out.isPartition) {
+            const int index = bySyspath.value(parentPath(udev_device_get_syspath(device)), -1);
+            if (index >= 0 && qstrcmp(udev_device_get_devtype(listed[index].get()), "disk") == 0) {
+                disk = listed[index].get();
+                diskProperties = properties[index].get();
+            } else {
+                disk = udev_device_get_parent_with_subsystem_devtype(device, "block", "disk");
+                if (disk) {
+                    unlisted.push_back(std::make_unique<DeviceProperties>(disk));
+                    diskProperties = unlisted.back().get();
+                }
+            }
+        }
+        if (disk) {
+            const Drive drive = driveOf(disk, *diskProperties);
+            out.driveVendor = drive.vendor;
+            out.driveModel = drive.model;
+            out.connectionBus = drive.connectionBus;
+            out.removable = drive.removable;
+        }
         devices.append(out);
     }
     return devices;

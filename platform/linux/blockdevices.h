@@ -32,8 +32,9 @@ struct BlockDevice
     bool removable = false;   // removable flag, USB-attached, or an SD card
 };
 
-// Lists the block devices through libudev, one fresh udev context per call so
-// that a scan may run on any thread.
+// Lists the kernel's block devices and describes each as udev does, through
+// libudev, one fresh udev context per call so that a scan may run on any
+// thread.
 class BlockDevices
 {
 public:

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "mountmonitor.h"
 
-#include "platformlogging.h"
 #include "sourcelock.h"
 
 #include <libmount/libmount.h>
@@ -11,11 +10,7 @@ MountMonitor::MountMonitor()
     QMutexLocker locker(&partitionSourceLock());
     m_monitor = mnt_new_monitor();
     const int fd = m_monitor && mnt_monitor_enable_kernel(m_monitor, 1) == 0 ? mnt_monitor_get_fd(m_monitor) : -1;
-    if (fd < 0) {
-        qCWarning(lcPartitions) << "Can't watch the mount table; mounts will not be noticed";
-        return;
-    }
-    m_descriptor = fd;
+    m_descriptor = fd < 0 ? -1 : fd;
 }
 
 MountMonitor::~MountMonitor()

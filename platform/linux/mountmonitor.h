@@ -17,7 +17,8 @@ public:
     MountMonitor(const MountMonitor &) = delete;
     MountMonitor &operator=(const MountMonitor &) = delete;
 
-    // The descriptor to watch for reading; -1 when mounts cannot be watched.
+    // The descriptor to watch for reading; -1 when mounts cannot be watched
+    // (the owner says what that costs).
     int descriptor() const;
     // Takes every reported change off the monitor; true when anything came.
     bool drain();

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "partitionmanager.h"
 
+#include "layoutcache.h"
 #include "mountmonitor.h"
-#include "platformlogging.h"
 #include "mounttable.h"
 #include "partition_p.h"
 #include "partitionscanner.h"
+#include "platformlogging.h"
 #include "udevmonitor.h"
 
 #include <QHash>
@@ -42,17 +43,22 @@ struct ScanResult
 
 } // namespace
 
-// What a scan reads: the mount table's path and the two monitors, which the
-// scan drains before it reads the rest.
+// What a scan reads: the two monitors whose events are announced, which the
+// scan drains first, and the layout, which it measures.
 class PartitionManager::ScanSources
 {
 public:
     explicit ScanSources(const QString &mountTablePath)
-        : mountTablePath(mountTablePath)
+        : layout(mountTablePath)
     {
+        if (udev.descriptor() < 0)
+            qCWarning(lcPartitions) << "Can't watch block devices; drive changes will not be noticed";
         // A fixture file is not watched (see the constructor's comment).
-        if (mountTablePath == MountTable::kernelTablePath())
+        if (mountTablePath == MountTable::kernelTablePath()) {
             mounts = std::make_unique<MountMonitor>();
+            if (mounts->descriptor() < 0)
+                qCWarning(lcPartitions) << "Can't watch the mount table; mounts will not be noticed";
+        }
     }
 
     // Whether either monitor had anything to tell.
@@ -63,9 +69,11 @@ public:
         return udevChanged || mountsChanged;
     }
 
-    const QString mountTablePath;
+    QVector<Partition> scan() { return PartitionScanner::measure(layout.current()); }
+
     UdevMonitor udev;
     std::unique_ptr<MountMonitor> mounts;
+    LayoutCache layout;
 };
 
 // Where a scan thread leaves its result for the manager's thread, and tells
@@ -89,6 +97,10 @@ public:
         if (!manager)
             return;
         m_result = result;
+        // Queued by name, so that the call is made up by Qt alone: the scan
+        // thread hands the manager's thread nothing but what the lock guards.
+        // (ThreadSanitizer cannot see the ordering of Qt's event queue, and a
+        // functor made here and run there looked like a race to it.)
         QMetaObject::invokeMethod(manager, "finishScan", Qt::QueuedConnection);
     }
 
@@ -160,7 +172,7 @@ QVector<Partition> PartitionManager::partitions(Partition::StorageTypes types) c
 void PartitionManager::refresh()
 {
     const quint64 generation = ++m_nextGeneration;
-    store(PartitionScanner::scan(m_sources->mountTablePath), generation);
+    store(m_sources->scan(), generation);
 }
 
 void PartitionManager::watch(int descriptor)
@@ -200,7 +212,7 @@ void PartitionManager::startScan()
             result.generation = generation;
             result.changed = sources->drain();
             if (result.changed)
-                result.partitions = PartitionScanner::scan(sources->mountTablePath);
+                result.partitions = sources->scan();
             mailbox->post(result);
         }).detach();
     } catch (const std::system_error &error) {

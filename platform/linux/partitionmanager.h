@@ -17,6 +17,29 @@ class QSocketNotifier;
 // mount table as libmount reads it (/proc/self/mountinfo), sizes from
 // statvfs().
 //
+// What a scan reads. Two parts change in different ways:
+//   the layout    which partitions there are, their labels, file system and
+//                 storage types, drives and mount paths: udev's description
+//                 of every block device, and the mount table. None of it
+//                 changes without an announcement: the kernel announces a
+//                 block device that comes, goes or changes size, udev one
+//                 whose description it has rewritten, and the kernel marks
+//                 the mount table at every mount and unmount. Each is queued
+//                 before the call that made the change returns. So the layout
+//                 is kept between scans (LayoutCache) and read again only
+//                 after an announcement, or where one may have been lost: by
+//                 the next scan after a monitor's queue overflowed (ENOBUFS
+//                 on its socket), and by every scan when a monitor could not
+//                 be made or the mount table is a fixture file nobody watches.
+//   the figures   of every mounted file system (statvfs() of its mount path,
+//                 with a look before and after that it is still mounted
+//                 there): they change at any write, with no announcement, so
+//                 every scan reads them afresh.
+// A scan therefore gives what reading everything afresh would give at that
+// moment, including every change announced before it began; on an unchanged
+// device it costs one poll() of the monitors and three system calls for each
+// mounted partition it lists, however many block devices there are.
+//
 // Which partitions are listed, and with which storage types:
 //   System    the partition mounted at "/"; when "/home" is not a mount of its
 //             own, the root is System and User.
@@ -47,7 +70,7 @@ class QSocketNotifier;
 //   partitionRemoved  a partition disappeared (its last state is passed)
 // Changes of free space are not notified.
 //
-// Threads. A scan (udev's enumeration, the mount table, statvfs() of every
+// Threads. A scan (the layout when it must be read, statvfs() of every
 // mount) can take as long as the slowest medium: a card that stopped
 // answering, a network file system whose server went. So after an event the
 // manager's thread only notices it; the scan, the draining of the monitors
@@ -68,7 +91,9 @@ class QSocketNotifier;
 // partitions() may be called from any thread; it copies the last stored
 // picture and waits for nothing else. refresh() may be called from any thread
 // too, and scans on that thread: it takes as long as a scan does, so the
-// thread that serves the bus must not call it once the daemon serves.
+// thread that serves the bus must not call it once the daemon serves. Scans
+// share the kept layout: one reads it at a time, and a scan that finds it
+// being read waits for that reading (never for a medium) and uses it.
 //
 // Its source is a little longer than its neighbours': the scan thread's two
 // helpers (what a scan reads, and the mailbox where it leaves its result)
@@ -88,20 +113,16 @@ public:
 
     QVector<Partition> partitions(Partition::StorageTypes types = Partition::Any) const;
 
-    // Rescans the partitions and their sizes on the calling thread. Does not
-    // notify: notifications follow the events of udev and the mount table only.
+    // Scans on the calling thread (see "What a scan reads" above): the
+    // figures of every mounted partition, and the layout when something was
+    // announced since it was last read. Does not notify: notifications follow
+    // the events of udev and the mount table only.
     void refresh();
 
 signals:
     void partitionAdded(const Partition &partition);
     void storageAdded(const Partition &partition);
     void partitionRemoved(const Partition &partition);
-
-private slots:
-    // Queued by the scan thread by name: a queued call of a functor would
-    // make its object on that thread, where ThreadSanitizer cannot see it
-    // handed over through Qt's uninstrumented event queue.
-    void finishScan();
 
 private:
     class ScanSources;
@@ -110,6 +131,7 @@ private:
     void watch(int descriptor);
     void noticeChange(QSocketNotifier *notifier);
     void startScan();
+    Q_INVOKABLE void finishScan();
     void store(const QVector<Partition> &partitions, quint64 generation);
     void announce(const QVector<Partition> &partitions);
     static QVector<Partition> withoutUnprobedArrivals(const QVector<Partition> &scanned,

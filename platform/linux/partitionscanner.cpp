@@ -2,6 +2,7 @@
 #include "partitionscanner.h"
 
 #include "filesystemprobe.h"
+#include "partition_p.h"
 #include "partitionjoin.h"
 #include "widefiletypes.h"
 
@@ -25,7 +26,7 @@ QString canonicalSource(const QString &source)
 // looking at the path the mount may have gone, and the path would then show
 // the file system beneath it. What cannot be measured keeps the device's size
 // the join gave it.
-void measure(PartitionData &data, const MountEntry &mount)
+void measureAt(PartitionData &data, const MountEntry &mount)
 {
     const QByteArray path = QFile::encodeName(mount.target);
     const auto onMountedFileSystem = [&path, &mount](bool *reachable) {
@@ -61,18 +62,41 @@ void measure(PartitionData &data, const MountEntry &mount)
 
 } // namespace
 
-QVector<Partition> PartitionScanner::scan(const QString &mountTablePath)
+PartitionScanner::Layout PartitionScanner::layout(const QString &mountTablePath)
 {
-    return build(MountTable::read(mountTablePath), BlockDevices::scan());
+    return layout(MountTable::read(mountTablePath), BlockDevices::scan());
+}
+
+PartitionScanner::Layout PartitionScanner::layout(const QVector<MountEntry> &mounts,
+                                                  const QVector<BlockDevice> &devices)
+{
+    Layout layout;
+    for (const PartitionJoin::Entry &entry : PartitionJoin::join(mounts, devices, canonicalSource)) {
+        LayoutEntry item;
+        item.data = QExplicitlySharedDataPointer<const PartitionData>(entry.data.data());
+        if (entry.mount)
+            item.mount = *entry.mount;
+        layout.append(item);
+    }
+    return layout;
+}
+
+// Each partition gets data of its own: what the layout holds is shared with
+// every scan that uses it and is never written to.
+QVector<Partition> PartitionScanner::measure(const Layout &layout)
+{
+    QVector<Partition> partitions;
+    partitions.reserve(layout.size());
+    for (const LayoutEntry &entry : layout) {
+        auto *data = new PartitionData(*entry.data);
+        if (entry.mount)
+            measureAt(*data, *entry.mount);
+        partitions.append(Partition(data));
+    }
+    return partitions;
 }
 
 QVector<Partition> PartitionScanner::build(const QVector<MountEntry> &mounts, const QVector<BlockDevice> &devices)
 {
-    QVector<Partition> partitions;
-    for (const PartitionJoin::Entry &entry : PartitionJoin::join(mounts, devices, canonicalSource)) {
-        if (entry.mount)
-            measure(*entry.data, *entry.mount);
-        partitions.append(Partition(entry.data.data()));
-    }
-    return partitions;
+    return measure(layout(mounts, devices));
 }

@@ -8,18 +8,18 @@
 
 #include <cerrno>
 
-UdevMonitor::UdevMonitor()
+UdevMonitor::UdevMonitor(Source source)
 {
     QMutexLocker locker(&partitionSourceLock());
     m_context = udev_new();
     if (m_context)
-        m_monitor = udev_monitor_new_from_netlink(m_context, "udev");
+        m_monitor = udev_monitor_new_from_netlink(m_context, source == Source::Kernel ? "kernel" : "udev");
+    // The kernel's events of every subsystem reach the socket; the filter
+    // lets only block devices' through to drain().
     if (!m_monitor
             || udev_monitor_filter_add_match_subsystem_devtype(m_monitor, "block", nullptr) < 0
-            || udev_monitor_enable_receiving(m_monitor) < 0) {
-        qCWarning(lcPartitions) << "Can't watch block devices; drive changes will not be noticed";
+            || udev_monitor_enable_receiving(m_monitor) < 0)
         return;
-    }
     m_descriptor = udev_monitor_get_fd(m_monitor);
 }
 
@@ -69,6 +69,6 @@ bool UdevMonitor::drain()
         }
     }
     if (overflowed)
-        qCDebug(lcPartitions) << "udev's events overflowed the receive buffer; rescanning every block device";
+        qCDebug(lcPartitions) << "Block device events overflowed the receive buffer; rescanning every block device";
     return events > 0 || overflowed;
 }

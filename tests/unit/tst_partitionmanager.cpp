@@ -333,6 +333,28 @@ private slots:
         QCOMPARE(m_added->count(), 0);
     }
 
+    // On the kernel's mount table the layout is kept between refreshes, and
+    // every udev event queued before a refresh is in what it reads: the
+    // manager's own thread has not looked at them yet.
+    void refreshReadsWhatUdevAnnouncedBeforeIt()
+    {
+        PartitionManager manager;
+        const std::string card = UmockdevTestbed::blockDevicePaths("sdcard").at(1);
+        QVERIFY(m_testbed->plug("sdcard"));
+        manager.refresh();
+        QCOMPARE(names(manager.partitions(Partition::External)), QStringList({"mmcblk1p1", "mmcblk1p2"}));
+        QCOMPARE(manager.partitions(Partition::External).value(0).deviceLabel(), QStringLiteral("PHOTOS 2024"));
+
+        m_testbed->setProperty(card, "ID_FS_LABEL_ENC", "HOLIDAYS");
+        m_testbed->uevent(card, "change");
+        manager.refresh();
+        QCOMPARE(manager.partitions(Partition::External).value(0).deviceLabel(), QStringLiteral("HOLIDAYS"));
+
+        m_testbed->unplug("sdcard", EmmcDisk);
+        manager.refresh();
+        QVERIFY(manager.partitions(Partition::External).isEmpty());
+    }
+
     // While a medium stalls the scan, the manager's thread goes on; the events
     // that come meanwhile make one more scan, and the signals follow each
     // scan in order.

@@ -116,6 +116,11 @@ void UmockdevTestbed::uevent(const std::string &syspath, const char *action)
     umockdev_testbed_uevent(m_testbed, syspath.c_str(), action);
 }
 
+void UmockdevTestbed::setProperty(const std::string &syspath, const char *key, const char *value)
+{
+    umockdev_testbed_set_property(m_testbed, syspath.c_str(), key, value);
+}
+
 std::vector<std::string> UmockdevTestbed::devicePaths(const std::string &name)
 {
     std::vector<std::string> paths;

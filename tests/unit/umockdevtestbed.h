@@ -41,6 +41,8 @@ public:
     // "change" of the given device that stays so that a rescan follows.
     void unplug(const std::string &name, const std::string &stayingDevice);
     void uevent(const std::string &syspath, const char *action);
+    // Changes what udev says of a device, without announcing it.
+    void setProperty(const std::string &syspath, const char *key, const char *value);
 
     static std::vector<std::string> devicePaths(const std::string &name);
     static std::vector<std::string> blockDevicePaths(const std::string &name);
