@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "glibcontextpump.h"
 
-#include "platformlogging.h"
+#include "settingslogging.h"
 
 #include <QSocketNotifier>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "accesspolicy.h"
 
-#include "platformlogging.h"
+#include "accesspolicylogging.h"
 
 #include <QDBusConnection>
 #include <QDBusError>

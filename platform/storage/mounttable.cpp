@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "mounttable.h"
 
-#include "platformlogging.h"
 #include "sourcelock.h"
+#include "storagelogging.h"
 
 #include <QFile>
 

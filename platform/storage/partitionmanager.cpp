@@ -6,7 +6,7 @@
 #include "mounttable.h"
 #include "partition_p.h"
 #include "partitionscanner.h"
-#include "platformlogging.h"
+#include "storagelogging.h"
 #include "udevmonitor.h"
 
 #include <QHash>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "ofonomodemlist.h"
 
-#include "platformlogging.h"
+#include "telephonylogging.h"
 
 #include <qofonomanager.h>
 

@@ -4,7 +4,7 @@
 #include <sys/statvfs.h>
 
 #ifdef PLINTHD_TEST_SEAMS
-#include "platformlogging.h"
+#include "storagelogging.h"
 
 #include <fcntl.h>
 #include <sys/syscall.h>

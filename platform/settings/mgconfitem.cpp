@@ -2,7 +2,7 @@
 #include "mgconfitem.h"
 
 #include "glibcontextpump.h"
-#include "platformlogging.h"
+#include "settingslogging.h"
 
 #include <QStringList>
 

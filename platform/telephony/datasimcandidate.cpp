@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "datasimcandidate.h"
 
-#include "platformlogging.h"
+#include "telephonylogging.h"
 
 #include <qofonoconnectionmanager.h>
 #include <qofonomodem.h>

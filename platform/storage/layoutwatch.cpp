@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "layoutwatch.h"
 
-#include "platformlogging.h"
+#include "storagelogging.h"
 
 #include <poll.h>
 #include <sys/socket.h>

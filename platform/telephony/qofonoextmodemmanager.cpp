@@ -4,7 +4,7 @@
 #include "datasimcandidate.h"
 #include "defaultvoicesimsetting.h"
 #include "ofonomodemlist.h"
-#include "platformlogging.h"
+#include "telephonylogging.h"
 
 #include <QWeakPointer>
 
