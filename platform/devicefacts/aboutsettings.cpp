@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "aboutsettings.h"
 
+#include "devicetree.h"
 #include "filecontent.h"
-#include "kernelfiles.h"
+#include "osrelease.h"
 
 namespace {
 
@@ -25,12 +26,12 @@ QString AboutSettings::softwareVersionId() const
     QByteArray text = FileContent::read(EtcOsRelease);
     if (text.isNull())
         text = FileContent::read(VendorOsRelease);
-    return KernelFiles::osReleaseValue(text, QByteArrayLiteral("VERSION_ID"));
+    return OsRelease::value(text, QByteArrayLiteral("VERSION_ID"));
 }
 
 QString AboutSettings::serial() const
 {
-    const QByteArray fromTree = KernelFiles::cutAtNul(FileContent::read(DeviceTreeSerial));
+    const QByteArray fromTree = DeviceTree::firstString(FileContent::read(DeviceTreeSerial));
     if (!fromTree.trimmed().isEmpty())
         return QString::fromUtf8(fromTree);
     return QString::fromUtf8(FileContent::read(DmiSerial).trimmed());

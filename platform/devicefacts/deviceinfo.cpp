@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "deviceinfo.h"
 
+#include "devicetree.h"
 #include "filecontent.h"
-#include "kernelfiles.h"
 
 #include <QDir>
 #include <QStringList>
@@ -39,7 +39,7 @@ DeviceInfo::~DeviceInfo() = default;
 
 QString DeviceInfo::prettyName() const
 {
-    const QByteArray model = KernelFiles::cutAtNul(FileContent::read(DeviceTreeModel));
+    const QByteArray model = DeviceTree::firstString(FileContent::read(DeviceTreeModel));
     if (!model.trimmed().isEmpty())
         return QString::fromUtf8(model);
 

@@ -1,17 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "kernelfiles.h"
+#include "osrelease.h"
 
 #include <QList>
 
 #include <cstring>
 
-namespace KernelFiles {
-
-QByteArray cutAtNul(const QByteArray &bytes)
-{
-    const int nul = bytes.indexOf('\0');
-    return nul < 0 ? bytes : bytes.left(nul);
-}
+namespace OsRelease {
 
 namespace {
 
@@ -70,7 +64,7 @@ bool parseShellWord(const QByteArray &value, QByteArray *word)
 
 } // namespace
 
-QString osReleaseValue(const QByteArray &text, const QByteArray &key)
+QString value(const QByteArray &text, const QByteArray &key)
 {
     const QByteArray prefix = key + '=';
     QByteArray found;
@@ -85,4 +79,4 @@ QString osReleaseValue(const QByteArray &text, const QByteArray &key)
     return QString::fromUtf8(found);
 }
 
-} // namespace KernelFiles
+} // namespace OsRelease
