@@ -11,16 +11,6 @@ const QString PartitionWord = QStringLiteral("partition");
 const QString QuotaIsSet = QStringLiteral("quotaIsSet");
 const QString QuotaLimit = QStringLiteral("quotaLimit");
 const QString QuotaAvailable = QStringLiteral("quotaAvailable");
-const QString Error = QStringLiteral("Error");
-const QString Enabled = QStringLiteral("Enabled");
-const QString AllSpace = QStringLiteral("AllSpace");
-const QString AvailableQuota = QStringLiteral("AvailableQuota");
-const QString Min = QStringLiteral("Min");
-const QString MinPercent = QStringLiteral("MinPercent");
-const QString Max = QStringLiteral("Max");
-const QString MaxPercent = QStringLiteral("MaxPercent");
-const QString Recommended = QStringLiteral("Recommended");
-const QString RecommendedPercent = QStringLiteral("RecommendedPercent");
 
 QString bytesUsedFor(const QString &word)
 {

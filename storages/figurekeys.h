@@ -17,19 +17,6 @@ extern const QString PartitionWord;
 extern const QString QuotaIsSet;
 extern const QString QuotaLimit;
 extern const QString QuotaAvailable;
-// No reply of the daemon carries these. They stay because they belong to the
-// key set the Storages interface defines, which is kept whole and spelled in
-// one place whether or not a reply of today uses every key.
-extern const QString Error;
-extern const QString Enabled;
-extern const QString AllSpace;
-extern const QString AvailableQuota;
-extern const QString Min;
-extern const QString MinPercent;
-extern const QString Max;
-extern const QString MaxPercent;
-extern const QString Recommended;
-extern const QString RecommendedPercent;
 
 // "bytesUsed" followed directly by a category word.
 QString bytesUsedFor(const QString &word);

@@ -2,16 +2,12 @@
 #include "accesspolicy.h"
 
 #include "accesspolicylogging.h"
+#include "policymanager.h"
 
 #include <QDBusConnection>
 #include <QDBusError>
 
 namespace Brisa {
-
-const char AccessPolicy::ServiceName[] = "org.norvu.PolicyManager";
-const char AccessPolicy::ObjectPath[] = "/org/norvu/PolicyManager";
-const char AccessPolicy::InterfaceName[] = "org.norvu.PolicyManager";
-const char AccessPolicy::CameraAccessChangedSignal[] = "CameraAccessChanged";
 
 // Matching on the manager's well-known name makes the bus deliver the signal
 // only from whoever owns that name, including an owner that appears after this
@@ -20,11 +16,12 @@ AccessPolicy::AccessPolicy(QObject *parent)
     : QObject(parent)
 {
     QDBusConnection bus = QDBusConnection::systemBus();
-    m_listening = bus.isConnected()
+    using namespace PolicyManager;
+    const bool listening = bus.isConnected()
         && bus.connect(QLatin1String(ServiceName), QLatin1String(ObjectPath), QLatin1String(InterfaceName),
                        QLatin1String(CameraAccessChangedSignal), this,
                        SIGNAL(cameraEnabledChanged()));
-    if (!m_listening)
+    if (!listening)
         qCWarning(lcAccessPolicy) << "Can't listen to the policy manager:" << bus.lastError().message();
 }
 

@@ -88,19 +88,9 @@ MGConfItem::~MGConfItem()
     }
 }
 
-QString MGConfItem::key() const
-{
-    return m_key;
-}
-
 QVariant MGConfItem::value() const
 {
     return m_value;
-}
-
-QVariant MGConfItem::value(const QVariant &defaultValue) const
-{
-    return m_value.isValid() ? m_value : defaultValue;
 }
 
 void MGConfItem::onChanged(DConfClient *, const char *prefix, const char *const *changes,

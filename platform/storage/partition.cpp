@@ -26,7 +26,6 @@ Partition::Partition(PartitionData *data)
 
 #define PARTITION_FIELD(name) (d ? d->name : emptyData().name)
 
-bool Partition::isNull() const { return !d; }
 Partition::Status Partition::status() const { return PARTITION_FIELD(status); }
 qint64 Partition::bytesTotal() const { return PARTITION_FIELD(bytesTotal); }
 qint64 Partition::bytesFree() const { return PARTITION_FIELD(bytesFree); }

@@ -45,11 +45,6 @@ OfonoModemList::OfonoModemList(QObject *parent)
     scheduleCheck();
 }
 
-bool OfonoModemList::isAvailable() const
-{
-    return m_manager->available();
-}
-
 QStringList OfonoModemList::modems() const
 {
     QStringList modems = m_manager->modems();

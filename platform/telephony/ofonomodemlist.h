@@ -32,7 +32,6 @@ class OfonoModemList : public QObject
 public:
     explicit OfonoModemList(QObject *parent = nullptr);
 
-    bool isAvailable() const;
     QStringList modems() const;
 
 signals:

@@ -65,13 +65,10 @@ void QOfonoExtModemManager::onAvailableChanged(bool available)
 {
     if (available == m_ready)
         return;
-    const bool hadModems = !m_modems.isEmpty();
     takeModems(available ? m_modemList->modems() : QStringList());
     qCDebug(lcTelephony) << "oFono" << (available ? "ready, modems" : "gone") << availableModems();
 
     setReady(available);
-    if (available || hadModems)
-        emit availableModemsChanged(availableModems());
     updateDefaultVoiceSim();
     updateDefaultDataSim();
 }
@@ -87,7 +84,6 @@ void QOfonoExtModemManager::onModemsChanged()
         return;
     qCDebug(lcTelephony) << "oFono modems" << modems;
     takeModems(modems);
-    emit availableModemsChanged(availableModems());
     updateDefaultDataSim();
 }
 

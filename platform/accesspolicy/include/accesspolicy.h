@@ -14,21 +14,12 @@ class AccessPolicy : public QObject
     Q_OBJECT
 
 public:
-    static const char ServiceName[];
-    static const char ObjectPath[];
-    static const char InterfaceName[];
-    static const char CameraAccessChangedSignal[];
-
+    // Without a system bus to listen on, it says so in the log and never
+    // notifies.
     explicit AccessPolicy(QObject *parent = nullptr);
-
-    // False when there was no system bus to listen on.
-    bool isListening() const { return m_listening; }
 
 signals:
     void cameraEnabledChanged();
-
-private:
-    bool m_listening = false;
 };
 
 } // namespace Brisa

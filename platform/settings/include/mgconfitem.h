@@ -66,9 +66,7 @@ public:
     explicit MGConfItem(const QString &key, QObject *parent = nullptr);
     ~MGConfItem() override;
 
-    QString key() const;
     QVariant value() const;
-    QVariant value(const QVariant &defaultValue) const;
 
 signals:
     void valueChanged();

@@ -58,8 +58,6 @@ public:
     Partition &operator=(const Partition &other);
     ~Partition();
 
-    bool isNull() const;
-
     Status status() const;
     qint64 bytesTotal() const;
     qint64 bytesFree() const;

@@ -43,8 +43,8 @@ class OfonoModemList;
 // oFono that stops normally removes its modems before it leaves; those
 // removals are followed like any other, so the data SIM may turn empty first.)
 //
-// Modems that oFono adds after the list was read are listed and announced by
-// availableModemsChanged(); readiness does not change for them.
+// Modems that oFono adds or removes after the list was read are followed:
+// availableModems() lists them, and readiness does not change for them.
 //
 // Nothing here waits for oFono: every libqofono object is made and asked in
 // its non-blocking way, and all of them live on the thread of this object.
@@ -55,7 +55,6 @@ class QOfonoExtModemManager : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(bool ready READ ready NOTIFY readyChanged)
-    Q_PROPERTY(QStringList availableModems READ availableModems NOTIFY availableModemsChanged)
     Q_PROPERTY(QString defaultDataSim READ defaultDataSim NOTIFY defaultDataSimChanged)
     Q_PROPERTY(QString defaultVoiceSim READ defaultVoiceSim NOTIFY defaultVoiceSimChanged)
 
@@ -70,7 +69,6 @@ public:
 
 signals:
     void readyChanged(bool ready);
-    void availableModemsChanged(const QStringList &modems);
     void defaultDataSimChanged(const QString &imsi);
     void defaultVoiceSimChanged(const QString &imsi);
 
