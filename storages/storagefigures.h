@@ -8,7 +8,9 @@
 #include <optional>
 
 // The figures the storage queries compute, typed. They become the maps of the
-// bus only in StorageMaps, which alone spells their keys.
+// bus only in StorageMaps. (The external drives and the system categories are
+// put in their maps where they are summed, by ExternalDrives and
+// SystemStorageCategories.)
 
 // Used, total and available bytes: of a set of partitions, or of one user's
 // share of the user partition once the user's breakdown is made.
