@@ -147,6 +147,12 @@ class AgainstTheDaemon(PlinthctlTestCase):
         self.assertEqual(monitor.process.wait(10), 0)
         self.assertEqual(monitor.process.stdout.read(), '')
 
+    def test_monitor_stops_when_the_bus_goes(self):
+        monitor = Monitor(self)
+        self.system_bus.stop()
+        self.assertEqual(monitor.process.wait(10), 1)
+        self.assertEqual(monitor.process.stderr.read(), 'plinthctl: the system bus has gone away; stopping\n')
+
 
 class Monitor:
     """plinthctl monitor, read line by line as it prints."""
