@@ -314,6 +314,9 @@ class VersionTest(unittest.TestCase):
         plinthctl = subprocess.run([os.path.join(BUILD_DIR, 'tools', 'plinthctl'), '--version'],
                                    stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
         self.assertEqual(plinthctl, 'plinthctl %s\n' % cmake)
+        plinthd = subprocess.run([plinthtest.plinthd_binary(), '--version'],
+                                 stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
+        self.assertEqual(plinthd, 'plinthd %s\n' % cmake)
 
     def test_one_release_date_everywhere(self):
         debian = subprocess.run(['dpkg-parsechangelog', '-l', os.path.join(SOURCE_DIR, 'debian', 'changelog'),

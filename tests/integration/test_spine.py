@@ -4,6 +4,7 @@
 
 import os
 import signal
+import subprocess
 import xml.etree.ElementTree as ET
 
 import dbus
@@ -181,6 +182,21 @@ class SpineTest(plinthtest.DaemonTestCase):
         daemon.start().wait_ready()
         self.assertEqual(daemon.terminate(), 0)
         self.assertIn('Plinth daemon application created', daemon.output())
+
+    def test_help_and_version_answer_without_serving(self):
+        # The bus named here does not exist: a daemon that went on to serve
+        # would fail with status 1.
+        env = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS='unix:path=' + os.path.join(self.workdir, 'no-such-socket'))
+        for args, first_line in ((['--help'], 'Usage: plinthd [--help | --version]'),
+                                 (['-h'], 'Usage: plinthd [--help | --version]'),
+                                 (['--version'], 'plinthd ')):
+            with self.subTest(args=args):
+                done = subprocess.run([plinthtest.plinthd_binary()] + args, stdout=subprocess.PIPE,
+                                      stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, universal_newlines=True,
+                                      env=env, timeout=30)
+                self.assertEqual((done.returncode, done.stderr), (0, ''))
+                self.assertTrue(done.stdout.startswith(first_line), done.stdout)
+        self.assertFalse(self.bus.name_has_owner(BUS_NAME))
 
     def test_sigterm_during_start_up_is_not_lost(self):
         # The name is owned as soon as the first object registers; a SIGTERM
