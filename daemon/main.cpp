@@ -85,6 +85,7 @@ int main(int argc, char *argv[])
 
     // Any value but the empty one switches debug output on, "0" included.
     Logging::installDebugSwitch(!qgetenv("PLINTHD_DEBUG").isEmpty());
+    Logging::installJournalPriorities();
 
     auto *app = new QCoreApplication(argc, argv);
     qCDebug(lcPlinthd) << "Plinth daemon application created";

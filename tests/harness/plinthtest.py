@@ -199,10 +199,12 @@ class Daemon:
                (for example mounting a tmpfs over a directory).
     fake_bin:  {program name: script text}; written to a directory put first
                on PATH, for the child processes the daemon starts.
+    journal_stream: the log is announced in JOURNAL_STREAM, as systemd
+               announces the journal's stream it connects a service to.
     """
 
     def __init__(self, workdir, env=None, binds=None, setup=None, fake_bin=None,
-                 namespace=None, binary=None, wrapper=None):
+                 namespace=None, binary=None, wrapper=None, journal_stream=False):
         self.workdir = workdir
         self.env = dict(os.environ)
         self.env.update(env or {})
@@ -212,6 +214,7 @@ class Daemon:
         self.namespace = bool(self.binds or self.setup) if namespace is None else namespace
         self.binary = binary or plinthd_binary()
         self.wrapper = list(wrapper or [])
+        self.journal_stream = journal_stream
         self.process = None
         self.log_path = None
         self._log = None
@@ -242,6 +245,9 @@ class Daemon:
             self.env['PATH'] = bindir + os.pathsep + self.env.get('PATH', '')
         fd, self.log_path = tempfile.mkstemp(prefix='plinthd.', suffix='.log', dir=self.workdir)
         self._log = os.fdopen(fd, 'w')
+        if self.journal_stream:
+            status = os.fstat(fd)
+            self.env['JOURNAL_STREAM'] = '%d:%d' % (status.st_dev, status.st_ino)
         self.process = subprocess.Popen(self.command(), env=self.env, stdin=subprocess.DEVNULL,
                                         stdout=self._log, stderr=subprocess.STDOUT)
         return self
