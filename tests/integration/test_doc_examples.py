@@ -169,6 +169,20 @@ class PythonExample(ExampleTestCase):
         self.assertEqual(storage['bytesUsedCoreDumps'], ('t', 2000))
         self.assertEqual(storage['bytesUsedSDK'], ('t', 0))
 
+    def run_failing(self, env=None):
+        done = subprocess.run(['/usr/bin/python3', os.path.join(EXAMPLES, 'python', 'plinth-info.py')],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True, timeout=60,
+                              stdin=subprocess.DEVNULL, env=dict(os.environ, **(env or {})))
+        self.assertEqual((done.returncode, done.stdout), (1, ''))
+        return done.stderr
+
+    def test_says_when_the_daemon_is_not_running(self):
+        self.assertEqual(self.run_failing(), 'plinth-info.py: plinthd is not running\n')
+
+    def test_says_when_there_is_no_bus(self):
+        stderr = self.run_failing({'DBUS_SYSTEM_BUS_ADDRESS': 'unix:path=' + os.path.join(self.workdir, 'no-bus')})
+        self.assertRegex(stderr, r'^plinth-info\.py: no system bus \(.+\)\n$')
+
 
 class ShellExample(ExampleTestCase):
     """docs/examples/shell/plinth-query.sh: busctl and gdbus."""
