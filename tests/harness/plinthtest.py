@@ -142,6 +142,21 @@ DEFAULT_LIMITS_BUS_CONFIG = BUS_CONFIG.replace(
     '  <limit name="max_replies_per_connection">50000</limit>\n', '')
 
 
+def activation_bus_config(services_dir):
+    """BUS_CONFIG with an activation file for the daemon in services_dir: the
+    bus starts the daemon on the first call to its name, as a system bus does."""
+    # The bus hands what it starts its own address as DBUS_STARTER_ADDRESS;
+    # the daemon looks for the system bus's.
+    starter = os.path.join(services_dir, 'start-plinthd')
+    with open(starter, 'w') as f:
+        f.write('#!/bin/sh\nDBUS_SYSTEM_BUS_ADDRESS="$DBUS_STARTER_ADDRESS" exec %s\n'
+                % shlex.quote(plinthd_binary()))
+    os.chmod(starter, 0o755)
+    with open(os.path.join(services_dir, BUS_NAME + '.service'), 'w') as f:
+        f.write('[D-BUS Service]\nName=%s\nExec=%s\n' % (BUS_NAME, starter))
+    return BUS_CONFIG.replace('</busconfig>', '  <servicedir>%s</servicedir>\n</busconfig>' % services_dir)
+
+
 class PrivateSystemBus:
     """A dbus-daemon of its own, configured like a system bus but open to all.
 

@@ -12,7 +12,6 @@ import json
 import os
 import re
 import select
-import shlex
 import shutil
 import signal
 import subprocess
@@ -314,17 +313,7 @@ class FollowingTheDaemon(PlinthctlTestCase):
     def setUp(self):
         services = tempfile.mkdtemp(prefix='plinthservices.')
         self.addCleanup(shutil.rmtree, services, ignore_errors=True)
-        # The bus hands what it starts its own address as DBUS_STARTER_ADDRESS;
-        # the daemon looks for the system bus's.
-        starter = os.path.join(services, 'start-plinthd')
-        with open(starter, 'w') as f:
-            f.write('#!/bin/sh\nDBUS_SYSTEM_BUS_ADDRESS="$DBUS_STARTER_ADDRESS" exec %s\n'
-                    % shlex.quote(plinthtest.plinthd_binary()))
-        os.chmod(starter, 0o755)
-        with open(os.path.join(services, BUS_NAME + '.service'), 'w') as f:
-            f.write('[D-BUS Service]\nName=%s\nExec=%s\n' % (BUS_NAME, starter))
-        self.bus_config = plinthtest.BUS_CONFIG.replace(
-            '</busconfig>', '  <servicedir>%s</servicedir>\n</busconfig>' % services)
+        self.bus_config = plinthtest.activation_bus_config(services)
         super().setUp()
 
     def daemon_pid(self):
