@@ -2,8 +2,9 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """What `cmake --install` puts where, and the packages that follow it.
 
-The install runs into a scratch DESTDIR from the build tree. Every file that
-another program reads lands where that program looks, for the build's prefix;
+The install runs into a scratch DESTDIR from the build tree, with the
+packages' prefix /usr. Every file that another program reads lands where that
+program looks;
 the manual pages render cleanly in 80 columns, carry the release's date and
 name each other. The RPM spec's %files must name exactly what the install
 produces (rpmspec expands it), and the version and the release's date must be
@@ -82,10 +83,15 @@ def cache_value(name):
 DESTDIR = None
 
 
+# The packages' prefix, with which every file goes where the system's programs
+# read it (another prefix keeps them all below it: test_install.py).
+PREFIX = '/usr'
+
+
 def setUpModule():
     global DESTDIR
     DESTDIR = tempfile.mkdtemp(prefix='plinthinstall.')
-    subprocess.run(['cmake', '--install', BUILD_DIR], env=dict(os.environ, DESTDIR=DESTDIR),
+    subprocess.run(['cmake', '--install', BUILD_DIR, '--prefix', PREFIX], env=dict(os.environ, DESTDIR=DESTDIR),
                    stdout=subprocess.DEVNULL, check=True)
 
 
@@ -101,13 +107,13 @@ class InstallTest(unittest.TestCase):
         cls.installed = sorted(
             os.path.join(root, name)[len(cls.destdir):]
             for root, _, names in os.walk(cls.destdir) for name in names)
-        cls.prefix = cache_value('CMAKE_INSTALL_PREFIX')
+        cls.prefix = PREFIX
 
     def unit_dir(self):
-        return cache_value('PLINTHD_SYSTEMD_UNIT_DIR')
+        return cache_value('PLINTHD_SYSTEMD_OWN_UNIT_DIR')
 
     def policy_dir(self):
-        return cache_value('PLINTHD_DBUS_POLICY_DIR')
+        return self.prefix + '/share/dbus-1/system.d'
 
     def lib_dir(self):
         return os.path.join(self.prefix, cache_value('CMAKE_INSTALL_LIBDIR'))
@@ -173,6 +179,8 @@ class InstallTest(unittest.TestCase):
         self.assertIn(self.policy_dir(), system_bus_policy_dirs())
         self.assertIn(self.prefix + '/share/dbus-1/system-services', STANDARD_SYSTEM_SERVICE_DIRS)
         self.assertIn(self.prefix + '/share/dconf/profile', DCONF_PROFILE_DIRS)
+        with open(self.destdir + self.prefix + '/share/dconf/profile/plinthd') as f:
+            self.assertEqual(f.read().split(), ['system-db:plinthd'])
 
     def test_interfaces_are_the_published_ones(self):
         for name in ('Features', 'SIM', 'Storages'):
@@ -251,7 +259,7 @@ class ManualPageTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.mandir = DESTDIR + cache_value('CMAKE_INSTALL_PREFIX') + '/share/man'
+        cls.mandir = DESTDIR + PREFIX + '/share/man'
 
     def render(self, page):
         return subprocess.run(['man', '--warnings', '-l', os.path.join(self.mandir, page)],
