@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """`cmake --install` as developers and packagers use it.
 
-- The install comes in three components, runtime, library and
-  development, which together make the whole install and do not overlap; library and
+- The install comes in four components, runtime, library, development and
+  qml, which together make the whole install and do not overlap; library and
   development alone are what building against the client library takes.
 - An install into a prefix other than /usr (where the packages put the
   unit, the bus policy and the settings where the system reads them:
@@ -24,7 +24,7 @@ import unittest
 import plinthtest
 
 BUILD_DIR = os.environ.get('PLINTHD_BUILD_DIR', '')
-COMPONENTS = ('runtime', 'library', 'development')
+COMPONENTS = ('runtime', 'library', 'development', 'qml')
 PREFIX = '/opt/plinth-test'
 
 # A program that needs the library's headers and links it.
@@ -113,6 +113,9 @@ class ComponentsTest(InstallTestCase):
         self.assertIn(lib + '/pkgconfig/plinth-qt5.pc', parts['development'])
         self.assertIn(lib + '/cmake/PlinthQt5/PlinthQt5Config.cmake', parts['development'])
         self.assertIn(PREFIX + '/include/plinth-qt5/plinth/plinth.h', parts['development'])
+        self.assertEqual(sorted(os.path.basename(f) for f in parts['qml']),
+                         ['libplinthqmlplugin.so', 'plugins.qmltypes', 'qmldir'])
+        self.assertTrue(all(f.endswith('/qt5/qml/org/norvu/plinth/' + os.path.basename(f)) for f in parts['qml']))
         for program in ('/sbin/plinthd', '/bin/plinthctl'):
             self.assertIn(PREFIX + program, parts['runtime'])
 

@@ -118,6 +118,9 @@ class InstallTest(unittest.TestCase):
     def lib_dir(self):
         return os.path.join(self.prefix, cache_value('CMAKE_INSTALL_LIBDIR'))
 
+    def qml_dir(self):
+        return os.path.join(self.prefix, cache_value('PLINTHD_QML_INSTALL_DIR'), 'org', 'norvu', 'plinth')
+
     def expected(self):
         p = self.prefix
         lib = self.lib_dir()
@@ -148,12 +151,16 @@ class InstallTest(unittest.TestCase):
             p + '/share/man/man7/plinthd-interfaces.7',
             p + '/share/dconf/profile/plinthd',
             DCONF_DB_DIR + '/plinthd.d/00-plinthd',
+            # the QML module
+            self.qml_dir() + '/libplinthqmlplugin.so',
+            self.qml_dir() + '/qmldir',
+            self.qml_dir() + '/plugins.qmltypes',
         ] + [p + '/include/plinth-qt5/plinth/' + name for name in (
             'answer.h', 'daemon.h', 'daemonobject.h', 'features.h', 'global.h', 'plainvalue.h', 'plinth.h', 'sim.h',
             'simcard.h', 'storages.h', 'storagetypes.h',
         )] + [p + '/share/doc/plinthd/' + name for name in (
-            'README.md', 'features.md', 'sim.md', 'storages.md', 'client-library.md',
-            'examples/README.md',
+            'README.md', 'features.md', 'sim.md', 'storages.md', 'client-library.md', 'qml.md',
+            'examples/README.md', 'examples/qml/summary.qml', 'examples/qml/storage.qml',
             'examples/cpp/CMakeLists.txt', 'examples/cpp/features.cpp', 'examples/cpp/storage.cpp',
             'examples/cpp/drives.cpp',
             'examples/python/plinth-info.py',
@@ -181,6 +188,9 @@ class InstallTest(unittest.TestCase):
         self.assertIn(self.prefix + '/share/dconf/profile', DCONF_PROFILE_DIRS)
         with open(self.destdir + self.prefix + '/share/dconf/profile/plinthd') as f:
             self.assertEqual(f.read().split(), ['system-db:plinthd'])
+        # Qt's own QML folder, as its qmake told the build.
+        self.assertEqual(os.path.dirname(os.path.dirname(os.path.dirname(self.qml_dir()))),
+                         cache_value('PLINTHD_QT_QML_DIR'))
 
     def test_interfaces_are_the_published_ones(self):
         for name in ('Features', 'SIM', 'Storages'):
@@ -216,11 +226,13 @@ class InstallTest(unittest.TestCase):
         # build into its own prefix. The unit and the bus policy go where
         # systemd and the bus look on each side, libraries where the system
         # keeps them; dconf's databases are in one place for every prefix.
-        def relative(path, prefix, unit_dir, policy_dir, lib_dir):
+        def relative(path, prefix, unit_dir, policy_dir, lib_dir, qml_dir):
             if path.startswith(unit_dir + '/'):
                 return 'UNITDIR' + path[len(unit_dir):]
             if path.startswith(policy_dir + '/'):
                 return 'POLICYDIR' + path[len(policy_dir):]
+            if path == qml_dir or path.startswith(qml_dir + '/'):
+                return 'QMLDIR' + path[len(qml_dir):]
             if path.startswith(lib_dir + '/'):
                 return 'LIBDIR' + path[len(lib_dir):]
             if path.startswith(DCONF_DB_DIR + '/'):
@@ -233,9 +245,9 @@ class InstallTest(unittest.TestCase):
         spec_lib_dir = subprocess.run(['rpm', '--eval', '%{_libdir}'], stdout=subprocess.PIPE,
                                       universal_newlines=True).stdout.strip()
         patterns = [relative(f, usr, spec_dir_of('plinthd.service'), spec_dir_of('org.norvu.plinth.conf'),
-                             spec_lib_dir)
+                             spec_lib_dir, spec_dir_of('qmldir'))
                     for f in files]
-        installed = [relative(f, self.prefix, self.unit_dir(), self.policy_dir(), self.lib_dir())
+        installed = [relative(f, self.prefix, self.unit_dir(), self.policy_dir(), self.lib_dir(), self.qml_dir())
                      for f in self.installed]
 
         # A directory in %files takes in everything below it.

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "simcards.h"
+
+#include "daemonlink.h"
+
+#include <plinth/plainvalue.h>
+#include <plinth/sim.h>
+
+#include <QDBusMessage>
+
+#include <algorithm>
+
+namespace PlinthQml {
+
+namespace {
+
+const QString NameKey = QStringLiteral("simName");
+const QString DataKey = QStringLiteral("preferredDataTransfer");
+const QString VoiceKey = QStringLiteral("preferredVoiceCall");
+
+QVariantList cardMaps(const Plinth::SimCardList &cards)
+{
+    QVariantList maps;
+    for (const Plinth::SimCard &card : cards)
+        maps.append(card.values());
+    return maps;
+}
+
+} // namespace
+
+SimCards::SimCards(QObject *parent)
+    : KeyedListModel({NameKey, QStringLiteral("operatorName"), QStringLiteral("enabled"), DataKey, VoiceKey}, parent)
+    , m_sim(new Plinth::Sim(QDBusConnection::systemBus(), this))
+    , m_link(new DaemonLink(this))
+{
+    connect(m_link, &DaemonLink::availableChanged, this, &SimCards::availableChanged);
+    connect(m_link, &DaemonLink::busyChanged, this, &SimCards::busyChanged);
+    connect(m_link, &DaemonLink::reloadNeeded, this, &SimCards::load);
+}
+
+SimCards::~SimCards() = default;
+
+bool SimCards::isAvailable() const
+{
+    return m_link->isAvailable();
+}
+
+bool SimCards::isBusy() const
+{
+    return m_link->isBusy();
+}
+
+void SimCards::classBegin()
+{
+}
+
+void SimCards::componentComplete()
+{
+    // Each signal carries the whole list, and the daemon answers the list in
+    // the call from the same list: what comes last is the newest. Subscribed
+    // before the first question, so that nothing falls between.
+    const auto follow = [this](const Plinth::SimCardList &cards) { take(cardMaps(cards)); };
+    connect(m_sim, &Plinth::Sim::simCardsEnabledChanged, this, follow);
+    connect(m_sim, &Plinth::Sim::preferredDataTransferSimChanged, this, follow);
+    connect(m_sim, &Plinth::Sim::preferredVoiceCallSimChanged, this, follow);
+    load();
+}
+
+void SimCards::refresh()
+{
+    load();
+}
+
+void SimCards::load()
+{
+    m_link->beginLoad();
+    m_link->follow(m_sim->getSimCardsInfo(), [this](const QDBusMessage &answer) {
+        // Without an answer the rows stay as they were.
+        if (answer.type() == QDBusMessage::ReplyMessage)
+            take(Plinth::plainValue(answer.arguments().value(0)).toList());
+    });
+}
+
+void SimCards::take(const QVariantList &cards)
+{
+    QVector<Entry> next;
+    for (const QVariant &card : cards) {
+        const QVariantMap values = card.toMap();
+        const QString name = values.value(NameKey).toString();
+        // Slots are named apart; a card whose slot has no name (or a name
+        // twice) still gets a row of its own.
+        QString key = name;
+        for (int n = 2; std::any_of(next.cbegin(), next.cend(), [&](const Entry &e) { return e.key == key; }); ++n)
+            key = name + QLatin1Char('#') + QString::number(n);
+        next.append({key, values});
+    }
+    update(next);
+    const QString data = firstPreferred(DataKey);
+    if (data != m_preferredDataSim) {
+        m_preferredDataSim = data;
+        emit preferredDataSimChanged();
+    }
+    const QString voice = firstPreferred(VoiceKey);
+    if (voice != m_preferredVoiceSim) {
+        m_preferredVoiceSim = voice;
+        emit preferredVoiceSimChanged();
+    }
+}
+
+QString SimCards::firstPreferred(const QString &key) const
+{
+    for (const Entry &entry : entries()) {
+        if (entry.values.value(key).toBool())
+            return entry.values.value(NameKey).toString();
+    }
+    return QString();
+}
+
+} // namespace PlinthQml
