@@ -5,6 +5,7 @@
 
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QThread>
 #include <QThreadStorage>
 #include <QWeakPointer>
 
@@ -16,7 +17,16 @@ QSharedPointer<DaemonPresence> DaemonPresence::shared()
     static QThreadStorage<QWeakPointer<DaemonPresence>> presences;
     QSharedPointer<DaemonPresence> presence = presences.localData().toStrongRef();
     if (!presence) {
-        presence.reset(new DaemonPresence, &QObject::deleteLater);
+        // The last object may let go of it from within one of its signals
+        // (a view that drops its objects when the daemon leaves): deleted
+        // once that is over, or at once when no event loop runs any more to
+        // do it (the application is ending).
+        presence.reset(new DaemonPresence, [](DaemonPresence *gone) {
+            if (QThread::currentThread()->loopLevel() > 0)
+                gone->deleteLater();
+            else
+                delete gone;
+        });
         presences.setLocalData(presence);
     }
     return presence;
