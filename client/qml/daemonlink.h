@@ -31,6 +31,16 @@ public:
     bool isAvailable() const;
     bool isBusy() const { return m_pending > 0; }
 
+    // Relays available and busy to the object's signals of those names, and
+    // has it load again with `reload` when needed.
+    template <typename Object>
+    void attach(Object *object, void (Object::*reload)())
+    {
+        connect(this, &DaemonLink::availableChanged, object, &Object::availableChanged);
+        connect(this, &DaemonLink::busyChanged, object, &Object::busyChanged);
+        connect(this, &DaemonLink::reloadNeeded, object, reload);
+    }
+
     // A load of everything the object shows begins: what earlier answers
     // came from no longer counts.
     void beginLoad();

@@ -42,9 +42,7 @@ ExternalDrives::ExternalDrives(QObject *parent)
     , m_storages(new Plinth::Storages(QDBusConnection::systemBus(), this))
     , m_link(new DaemonLink(this))
 {
-    connect(m_link, &DaemonLink::availableChanged, this, &ExternalDrives::availableChanged);
-    connect(m_link, &DaemonLink::busyChanged, this, &ExternalDrives::busyChanged);
-    connect(m_link, &DaemonLink::reloadNeeded, this, &ExternalDrives::refresh);
+    m_link->attach(this, &ExternalDrives::refresh);
 }
 
 ExternalDrives::~ExternalDrives() = default;

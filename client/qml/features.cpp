@@ -78,9 +78,7 @@ Features::Features(QObject *parent)
     , m_features(new Plinth::Features(QDBusConnection::systemBus(), this))
     , m_link(new DaemonLink(this))
 {
-    connect(m_link, &DaemonLink::availableChanged, this, &Features::availableChanged);
-    connect(m_link, &DaemonLink::busyChanged, this, &Features::busyChanged);
-    connect(m_link, &DaemonLink::reloadNeeded, this, &Features::refresh);
+    m_link->attach(this, &Features::refresh);
     // What the daemon knows of the cameras may have changed: only their
     // resolutions are asked again.
     connect(m_features, &Plinth::Features::cameraEnabledChanged, this, &Features::askCameras);

@@ -33,9 +33,7 @@ SimCards::SimCards(QObject *parent)
     , m_sim(new Plinth::Sim(QDBusConnection::systemBus(), this))
     , m_link(new DaemonLink(this))
 {
-    connect(m_link, &DaemonLink::availableChanged, this, &SimCards::availableChanged);
-    connect(m_link, &DaemonLink::busyChanged, this, &SimCards::busyChanged);
-    connect(m_link, &DaemonLink::reloadNeeded, this, &SimCards::load);
+    m_link->attach(this, &SimCards::load);
 }
 
 SimCards::~SimCards() = default;

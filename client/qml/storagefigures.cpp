@@ -17,9 +17,7 @@ StorageFigures::StorageFigures(QObject *parent)
     , m_link(new DaemonLink(this))
     , m_timer(new QTimer(this))
 {
-    connect(m_link, &DaemonLink::availableChanged, this, &StorageFigures::availableChanged);
-    connect(m_link, &DaemonLink::busyChanged, this, &StorageFigures::busyChanged);
-    connect(m_link, &DaemonLink::reloadNeeded, this, &StorageFigures::refresh);
+    m_link->attach(this, &StorageFigures::refresh);
     connect(m_timer, &QTimer::timeout, this, &StorageFigures::refresh);
 }
 
