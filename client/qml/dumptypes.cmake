@@ -5,7 +5,8 @@
 #   cmake -DQMLPLUGINDUMP=PROGRAM -DIMPORT_DIR=BUILD/qml -DEXPECTED=FILE -P dumptypes.cmake
 # fails when FILE is not what the module describes.
 # The build folder in qmlplugindump's note of its command line is written
-# BUILD, so that the description does not depend on where the tree was built.
+# BUILD, so that the description does not depend on where the tree was built;
+# the licence line comes first.
 set(ENV{QT_QPA_PLATFORM} offscreen)
 execute_process(COMMAND ${QMLPLUGINDUMP} -nonrelocatable -noforceqtquick org.norvu.plinth 1.0 ${IMPORT_DIR}
                 OUTPUT_VARIABLE types ERROR_VARIABLE errors RESULT_VARIABLE status)
@@ -13,6 +14,8 @@ if(NOT status EQUAL 0 OR types STREQUAL "")
     message(FATAL_ERROR "qmlplugindump failed (${status}):\n${errors}")
 endif()
 string(REPLACE "${IMPORT_DIR}" "BUILD/qml" types "${types}")
+# Like every source file of the tree, it names its licence first.
+string(PREPEND types "// SPDX-License-Identifier: BSD-3-Clause\n")
 if(DEFINED OUTPUT)
     file(WRITE ${OUTPUT} "${types}")
     return()
