@@ -389,6 +389,46 @@ class DaemonTestCase(unittest.TestCase):
         return self.proxy(STORAGES_PATH, STORAGES_IFACE)
 
 
+
+class ActivationTestCase(DaemonTestCase):
+    """Each test's bus starts the daemon on the first call to its name
+    (activation_bus_config), as a system bus does; no daemon runs before."""
+
+    def setUp(self):
+        services = tempfile.mkdtemp(prefix='plinthservices.')
+        self.addCleanup(shutil.rmtree, services, ignore_errors=True)
+        self.bus_config = activation_bus_config(services)
+        super().setUp()
+        # Whatever the bus started last goes with the test (before the bus).
+        self.addCleanup(self._end_owner)
+
+    def _end_owner(self):
+        # On a connection of its own: the test's may be closed by now.
+        bus = dbus.bus.BusConnection(self.system_bus.address)
+        try:
+            if bus.name_has_owner(BUS_NAME):
+                self._end(self._owner_pid(bus))
+        finally:
+            bus.close()
+
+    @staticmethod
+    def _owner_pid(bus):
+        return int(bus.get_object('org.freedesktop.DBus', '/org/freedesktop/DBus').GetConnectionUnixProcessID(
+            BUS_NAME, dbus_interface='org.freedesktop.DBus'))
+
+    def daemon_pid(self):
+        """The daemon the bus started; killed, if it still runs, when the test ends."""
+        pid = self._owner_pid(self.bus)
+        self.addCleanup(self._end, pid)
+        return pid
+
+    @staticmethod
+    def _end(pid):
+        try:
+            os.kill(pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+
 def main():
     """Runs the tests of the calling script; ends with SKIP_STATUS when any could not run here.
 

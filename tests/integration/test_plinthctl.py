@@ -12,10 +12,8 @@ import json
 import os
 import re
 import select
-import shutil
 import signal
 import subprocess
-import tempfile
 import time
 
 import dbus
@@ -305,30 +303,10 @@ class AgainstAStandIn(PlinthctlTestCase):
         self.assertEqual(out.count('cameraEnabledChanged'), 1, out)
 
 
-class FollowingTheDaemon(PlinthctlTestCase):
+class FollowingTheDaemon(plinthtest.ActivationTestCase, PlinthctlTestCase):
     """The monitor on a bus that starts the daemon on demand, as the system bus
     does: it starts an absent daemon, says when it goes and comes back, and
     shows the signals of whichever daemon is there."""
-
-    def setUp(self):
-        services = tempfile.mkdtemp(prefix='plinthservices.')
-        self.addCleanup(shutil.rmtree, services, ignore_errors=True)
-        self.bus_config = plinthtest.activation_bus_config(services)
-        super().setUp()
-
-    def daemon_pid(self):
-        """The daemon the bus started; ended with the test."""
-        pid = int(self.bus.get_object('org.freedesktop.DBus', '/org/freedesktop/DBus').GetConnectionUnixProcessID(
-            BUS_NAME, dbus_interface='org.freedesktop.DBus'))
-        self.addCleanup(self.end, pid)
-        return pid
-
-    @staticmethod
-    def end(pid):
-        try:
-            os.kill(pid, signal.SIGKILL)
-        except ProcessLookupError:
-            pass
 
     def kill(self, pid):
         # Killed once it serves, as the test means: under qemu-user a daemon
