@@ -18,7 +18,6 @@ seam of the test build).
 
 import os
 import shutil
-import signal
 import subprocess
 import sys
 import tempfile
@@ -29,6 +28,7 @@ import dbus.mainloop.glib
 import dbus.service
 from gi.repository import GLib
 
+import cameras
 import plinthtest
 import simtest
 import storagebench
@@ -133,6 +133,25 @@ class Harness(dbus.service.Object):
         self.test.ofono.set_operator_name(str(modem), str(name))
 
     @dbus.service.method(HARNESS)
+    def AnnounceCameraPolicy(self):
+        """The policy manager announces a change of the camera policy, until
+        the daemon passes it on as cameraEnabledChanged (at its start it may
+        still be setting up its watch)."""
+        recorder = cameras.SignalRecorder(self.test.system_bus.address, 'cameraEnabledChanged',
+                                          plinthtest.FEATURES_IFACE)
+        try:
+            for _ in range(40):
+                self.test.policy.EmitSignal(cameras.POLICY_IFACE, cameras.POLICY_SIGNAL, '', [])
+                try:
+                    recorder.wait_for(1, timeout=0.5 * TIME_FACTOR)
+                    return
+                except AssertionError:
+                    pass
+            raise AssertionError('the daemon never announced cameraEnabledChanged')
+        finally:
+            recorder.close()
+
+    @dbus.service.method(HARNESS)
     def HoldWalks(self):
         os.unlink(self.test.walks_go)
 
@@ -187,6 +206,9 @@ def run_qml(test, name):
 
 class QmlTestCase(storagebench.StorageTestCase, simtest.SimTestCase):
 
+    # The daemon's cameras (cameras.CameraRig), with a policy manager on the bus.
+    cameras = None
+
     def setUp(self):
         super().setUp()
         self.walks_go = os.path.join(self.workdir, 'walks-go')
@@ -196,6 +218,11 @@ class QmlTestCase(storagebench.StorageTestCase, simtest.SimTestCase):
         device = userdevice.prepare(self)
         env = dict(device.pop('env'), DCONF_PROFILE=simtest.DATABASE, PLINTHD_TEST_HOLD_WALKS=self.walks_go)
         device['binds']['/etc/dconf'] = self.dconf
+        if self.cameras is not None:
+            _, self.policy = self.start_mock(cameras.POLICY_NAME, cameras.POLICY_PATH, cameras.POLICY_IFACE)
+            rig = cameras.CameraRig(self.workdir, self.cameras)
+            env.update(rig.env())
+            device['setup'] = rig.setup() + device['setup']
         self.start_storage_daemon(env=env, **device)
 
     def run_qml(self, name):
@@ -203,6 +230,8 @@ class QmlTestCase(storagebench.StorageTestCase, simtest.SimTestCase):
 
 
 class FeaturesTest(QmlTestCase):
+    cameras = 'back:4032x3024,front:1920x1080'
+
     def test_features(self):
         self.run_qml('features')
 
@@ -264,29 +293,14 @@ class SceneTest(QmlTestCase):
                 self.assertEqual(output, '')
 
 
-class ActivationTest(plinthtest.DaemonTestCase):
+class ActivationTest(plinthtest.ActivationTestCase):
     """No daemon runs: the bus starts it for the module's first call, as a
     system bus does."""
 
-    def setUp(self):
-        services = tempfile.mkdtemp(prefix='plinthservices.')
-        self.addCleanup(shutil.rmtree, services, ignore_errors=True)
-        self.bus_config = plinthtest.activation_bus_config(services)
-        super().setUp()
-
-    def end_daemon(self):
-        try:
-            pid = self.bus.get_object('org.freedesktop.DBus', '/org/freedesktop/DBus').GetConnectionUnixProcessID(
-                plinthtest.BUS_NAME, dbus_interface='org.freedesktop.DBus')
-        except dbus.exceptions.DBusException:
-            return
-        os.kill(int(pid), signal.SIGTERM)
-
     def test_activation(self):
         self.assertFalse(self.bus.name_has_owner(plinthtest.BUS_NAME))
-        self.addCleanup(self.end_daemon)
         run_qml(self, 'activation')
-        self.assertTrue(self.bus.name_has_owner(plinthtest.BUS_NAME))
+        self.assertTrue(self.daemon_pid())
 
 
 if __name__ == '__main__':

@@ -24,6 +24,20 @@ TestCase {
         compare(Features.osType, 64)
     }
 
+    SignalSpy { id: busy; target: Features; signalName: "busyChanged" }
+
+    // The cameras are measured after the daemon starts, and whenever the
+    // daemon says the cameras changed their resolutions are asked again.
+    function test_cameras_asked_again_when_the_daemon_says_so() {
+        tryCompare(Features, "mainCameraResolution", 12, harness.timeout)
+        tryCompare(Features, "frontalCameraResolution", 2, harness.timeout)
+        tryCompare(Features, "busy", false, harness.timeout)
+        busy.clear()
+        harness.call("AnnounceCameraPolicy")
+        tryVerify(function() { return busy.count >= 2 && !Features.busy }, harness.timeout)
+        compare(Features.mainCameraResolution, 12)
+    }
+
     function test_refresh_asks_again() {
         tryCompare(Features, "busy", false, harness.timeout)
         var free = Features.ramFreeSize
