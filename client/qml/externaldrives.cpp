@@ -40,26 +40,10 @@ QVector<KeyedListModel::Entry> entriesOf(const QVariantList &drives)
 ExternalDrives::ExternalDrives(QObject *parent)
     : KeyedListModel({NameKey, TypeKey, QStringLiteral("partitionsInfo")}, parent)
     , m_storages(new Plinth::Storages(QDBusConnection::systemBus(), this))
-    , m_link(new DaemonLink(this))
 {
-    m_link->attach(this, &ExternalDrives::refresh);
 }
 
 ExternalDrives::~ExternalDrives() = default;
-
-bool ExternalDrives::isAvailable() const
-{
-    return m_link->isAvailable();
-}
-
-bool ExternalDrives::isBusy() const
-{
-    return m_link->isBusy();
-}
-
-void ExternalDrives::classBegin()
-{
-}
 
 void ExternalDrives::componentComplete()
 {
@@ -76,8 +60,8 @@ void ExternalDrives::refresh()
     }
     m_asking = true;
     m_stale = false;
-    m_link->beginLoad();
-    m_link->follow(m_storages->getExternalStorageDrivesInfo(), [this](const QDBusMessage &answer) {
+    link()->beginLoad();
+    link()->follow(m_storages->getExternalStorageDrivesInfo(), [this](const QDBusMessage &answer) {
         m_asking = false;
         // The daemon makes the list on a worker and sends it later: a change
         // announced meanwhile may be newer than the list.

@@ -4,16 +4,12 @@
 
 #include "keyedlistmodel.h"
 
-#include <QQmlParserStatus>
-
 namespace Plinth {
 class ExternalDrive;
 class Storages;
 } // namespace Plinth
 
 namespace PlinthQml {
-
-class DaemonLink;
 
 // ExternalDrives: the SD cards and USB sticks, one row each in the daemon's
 // order, with the keys of its drive map as roles (driveName, driveType,
@@ -24,29 +20,18 @@ class DaemonLink;
 // The daemon announces a drive that changed with its whole map, and one that
 // went with an empty map that does not say which: the model then asks for the
 // list and compares, so that driveRemoved says which drive went.
-class ExternalDrives : public KeyedListModel, public QQmlParserStatus
+class ExternalDrives : public KeyedListModel
 {
     Q_OBJECT
-    Q_INTERFACES(QQmlParserStatus)
-    Q_PROPERTY(bool available READ isAvailable NOTIFY availableChanged)
-    Q_PROPERTY(bool busy READ isBusy NOTIFY busyChanged)
 
 public:
     explicit ExternalDrives(QObject *parent = nullptr);
     ~ExternalDrives() override;
 
-    bool isAvailable() const;
-    bool isBusy() const;
-
-    void classBegin() override;
     void componentComplete() override;
-
-    // Asks for the list again.
-    Q_INVOKABLE void refresh();
+    void refresh() override;
 
 signals:
-    void availableChanged();
-    void busyChanged();
     // A drive came into the list (the first list counts too), went out of it,
     // or one of its partitions appeared, went, was mounted or unmounted.
     void driveAdded(const QString &key);
@@ -59,10 +44,10 @@ private:
     void announce(const Changes &changes);
 
     Plinth::Storages *m_storages;
-    DaemonLink *m_link;
     bool m_asking = false;
-    // Something changed while the list was on its way: the answer may be
-    // older than what is known already, and the list is asked for again.
+    // Something changed (or was asked for) while the list was on its way: the
+    // answer may be older than what is known already, and the list is asked
+    // for again.
     bool m_stale = false;
 };
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "keyedlistmodel.h"
 
+#include "daemonlink.h"
+
 #include <QSet>
 
 namespace PlinthQml {
@@ -15,6 +17,22 @@ constexpr int KeyRole = Qt::UserRole + 1;
 KeyedListModel::KeyedListModel(const QStringList &roles, QObject *parent)
     : QAbstractListModel(parent)
     , m_roles(roles)
+    , m_link(new DaemonLink(this))
+{
+    m_link->attach(this, &KeyedListModel::refresh);
+}
+
+bool KeyedListModel::isAvailable() const
+{
+    return m_link->isAvailable();
+}
+
+bool KeyedListModel::isBusy() const
+{
+    return m_link->isBusy();
+}
+
+void KeyedListModel::classBegin()
 {
 }
 

@@ -31,26 +31,10 @@ QVariantList cardMaps(const Plinth::SimCardList &cards)
 SimCards::SimCards(QObject *parent)
     : KeyedListModel({NameKey, QStringLiteral("operatorName"), QStringLiteral("enabled"), DataKey, VoiceKey}, parent)
     , m_sim(new Plinth::Sim(QDBusConnection::systemBus(), this))
-    , m_link(new DaemonLink(this))
 {
-    m_link->attach(this, &SimCards::load);
 }
 
 SimCards::~SimCards() = default;
-
-bool SimCards::isAvailable() const
-{
-    return m_link->isAvailable();
-}
-
-bool SimCards::isBusy() const
-{
-    return m_link->isBusy();
-}
-
-void SimCards::classBegin()
-{
-}
 
 void SimCards::componentComplete()
 {
@@ -61,18 +45,13 @@ void SimCards::componentComplete()
     connect(m_sim, &Plinth::Sim::simCardsEnabledChanged, this, follow);
     connect(m_sim, &Plinth::Sim::preferredDataTransferSimChanged, this, follow);
     connect(m_sim, &Plinth::Sim::preferredVoiceCallSimChanged, this, follow);
-    load();
+    refresh();
 }
 
 void SimCards::refresh()
 {
-    load();
-}
-
-void SimCards::load()
-{
-    m_link->beginLoad();
-    m_link->follow(m_sim->getSimCardsInfo(), [this](const QDBusMessage &answer) {
+    link()->beginLoad();
+    link()->follow(m_sim->getSimCardsInfo(), [this](const QDBusMessage &answer) {
         // Without an answer the rows stay as they were.
         if (answer.type() == QDBusMessage::ReplyMessage)
             take(Plinth::plainValue(answer.arguments().value(0)).toList());
