@@ -22,6 +22,22 @@ extern const char CategoryPrefix[];
 // those rules enabled.
 void installDebugSwitch(bool debugEnabled);
 
+// Under systemd, standard error is a stream into the journal, which stores each
+// line at the priority its "<N>" prefix names (sd-daemon(3)) and every other
+// line at info: without prefixes, "journalctl -p warning" would show none of
+// the daemon's warnings. systemd names that stream in JOURNAL_STREAM
+// ("DEVICE:INODE"); anywhere else (a terminal, a test's log) the output stays
+// as Qt writes it.
+bool standardErrorIsJournal();
+// The prefix's number for a message type: debug 7, info 6, warning 4,
+// critical 3, fatal 2.
+int journalPriority(QtMsgType type);
+// A formatted message as the journal takes it: every line with the prefix.
+QByteArray journalLines(QtMsgType type, const QString &message);
+// Writes every message with its prefix when standard error is the journal;
+// otherwise leaves Qt's own output alone. Returns whether it did.
+bool installJournalPriorities();
+
 } // namespace Logging
 
 #endif // PLINTHD_LOGGING_H

@@ -11,6 +11,8 @@
 #include <QThreadPool>
 
 #include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -41,14 +43,49 @@ Service *startService(QCoreApplication *app, const char *className)
     return service;
 }
 
+const char HelpText[] =
+    "Usage: plinthd [--help | --version]\n"
+    "\n"
+    "The device information daemon: serves org.norvu.plinth on the D-Bus system\n"
+    "bus (or the bus DBUS_SYSTEM_BUS_ADDRESS names) until SIGTERM. It is started\n"
+    "by the bus through the systemd unit plinthd.service, not by hand.\n"
+    "\n"
+    "  --help     show this text and exit\n"
+    "  --version  show the version and exit\n"
+    "\n"
+    "PLINTHD_DEBUG set to any non-empty value turns on debug messages.\n"
+    "See plinthd(8) and plinthd-interfaces(7).\n";
+
+// Someone who asks the program what it is gets an answer, not a daemon that
+// takes the bus name. Every other argument is left to the application
+// object, as it always was.
+bool answersCommandLine(int argc, char *argv[])
+{
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
+            std::fputs(HelpText, stdout);
+            return true;
+        }
+        if (std::strcmp(argv[i], "--version") == 0) {
+            std::printf("plinthd %s\n", PLINTHD_VERSION);
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
 {
+    if (answersCommandLine(argc, argv))
+        return 0;
+
     PlinthTypes::registerQuotaInfoMap();
 
     // Any value but the empty one switches debug output on, "0" included.
     Logging::installDebugSwitch(!qgetenv("PLINTHD_DEBUG").isEmpty());
+    Logging::installJournalPriorities();
 
     auto *app = new QCoreApplication(argc, argv);
     qCDebug(lcPlinthd) << "Plinth daemon application created";

@@ -147,6 +147,21 @@ DEFAULT_LIMITS_BUS_CONFIG = BUS_CONFIG.replace(
     '  <limit name="max_replies_per_connection">50000</limit>\n', '')
 
 
+def activation_bus_config(services_dir):
+    """BUS_CONFIG with an activation file for the daemon in services_dir: the
+    bus starts the daemon on the first call to its name, as a system bus does."""
+    # The bus hands what it starts its own address as DBUS_STARTER_ADDRESS;
+    # the daemon looks for the system bus's.
+    starter = os.path.join(services_dir, 'start-plinthd')
+    with open(starter, 'w') as f:
+        f.write('#!/bin/sh\nDBUS_SYSTEM_BUS_ADDRESS="$DBUS_STARTER_ADDRESS" exec %s\n'
+                % shlex.quote(plinthd_binary()))
+    os.chmod(starter, 0o755)
+    with open(os.path.join(services_dir, BUS_NAME + '.service'), 'w') as f:
+        f.write('[D-BUS Service]\nName=%s\nExec=%s\n' % (BUS_NAME, starter))
+    return BUS_CONFIG.replace('</busconfig>', '  <servicedir>%s</servicedir>\n</busconfig>' % services_dir)
+
+
 class PrivateSystemBus:
     """A dbus-daemon of its own, configured like a system bus but open to all.
 
@@ -206,10 +221,12 @@ class Daemon:
                on PATH, for the child processes the daemon starts.
     propagation: 'slave' to see the mounts the test makes later beneath its
                own shared mounts (see namespace_command()).
+    journal_stream: the log is announced in JOURNAL_STREAM, as systemd
+               announces the journal's stream it connects a service to.
     """
 
     def __init__(self, workdir, env=None, binds=None, setup=None, fake_bin=None,
-                 namespace=None, binary=None, wrapper=None, propagation='private'):
+                 namespace=None, binary=None, wrapper=None, propagation='private', journal_stream=False):
         self.workdir = workdir
         self.env = dict(os.environ)
         self.env.update(env or {})
@@ -220,6 +237,7 @@ class Daemon:
         self.binary = binary or plinthd_binary()
         self.wrapper = list(wrapper or [])
         self.propagation = propagation
+        self.journal_stream = journal_stream
         self.process = None
         self.log_path = None
         self._log = None
@@ -251,6 +269,9 @@ class Daemon:
             self.env['PATH'] = bindir + os.pathsep + self.env.get('PATH', '')
         fd, self.log_path = tempfile.mkstemp(prefix='plinthd.', suffix='.log', dir=self.workdir)
         self._log = os.fdopen(fd, 'w')
+        if self.journal_stream:
+            status = os.fstat(fd)
+            self.env['JOURNAL_STREAM'] = '%d:%d' % (status.st_dev, status.st_ino)
         self.process = subprocess.Popen(self.command(), env=self.env, stdin=subprocess.DEVNULL,
                                         stdout=self._log, stderr=subprocess.STDOUT)
         return self
@@ -376,6 +397,49 @@ class DaemonTestCase(unittest.TestCase):
     def storages(self):
         return self.proxy(STORAGES_PATH, STORAGES_IFACE)
 
+
+
+class ActivationTestCase(DaemonTestCase):
+    """Each test's bus starts the daemon on the first call to its name
+    (activation_bus_config), as a system bus does; no daemon runs before."""
+
+    def setUp(self):
+        services = tempfile.mkdtemp(prefix='plinthservices.')
+        self.addCleanup(shutil.rmtree, services, ignore_errors=True)
+        self.bus_config = activation_bus_config(services)
+        super().setUp()
+        # Whatever the bus started last goes with the test (before the bus).
+        self.addCleanup(self._end_owner)
+
+    def _end_owner(self):
+        # On a connection of its own: the test's may be closed by now.
+        bus = dbus.bus.BusConnection(self.system_bus.address)
+        try:
+            self._end(self._owner_pid(bus))
+        except dbus.exceptions.DBusException:
+            # No owner (any more): a daemon killed before is leaving, or none
+            # was started.
+            pass
+        finally:
+            bus.close()
+
+    @staticmethod
+    def _owner_pid(bus):
+        return int(bus.get_object('org.freedesktop.DBus', '/org/freedesktop/DBus').GetConnectionUnixProcessID(
+            BUS_NAME, dbus_interface='org.freedesktop.DBus'))
+
+    def daemon_pid(self):
+        """The daemon the bus started; killed, if it still runs, when the test ends."""
+        pid = self._owner_pid(self.bus)
+        self.addCleanup(self._end, pid)
+        return pid
+
+    @staticmethod
+    def _end(pid):
+        try:
+            os.kill(pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
 
 def main():
     """Runs the tests of the calling script; ends with SKIP_STATUS when any could not run here.

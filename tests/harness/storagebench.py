@@ -184,7 +184,18 @@ class StorageTestCase(plinthtest.DaemonTestCase):
         env['UMOCKDEV_DIR'] = self.testbed.get_root_dir()
         preload = sanitizer_preload() + [p for p in os.environ.get('LD_PRELOAD', '').split() if p]
         env['LD_PRELOAD'] = ' '.join(preload)
-        self.daemon = self.start_daemon(env=env, namespace=True, **kwargs)
+        self._daemon_arguments = dict(kwargs, env=env, namespace=True)
+        return self.start_storage_daemon_again()
+
+    def stop_storage_daemon(self):
+        """SIGTERM: the daemon leaves the bus, its mount namespace and what
+        was mounted there go with it; the recorded devices stay."""
+        self._check_clean_exit(self.daemon)
+
+    def start_storage_daemon_again(self):
+        """A new daemon, as start_storage_daemon() made the first, on the
+        devices as they are now."""
+        self.daemon = self.start_daemon(**self._daemon_arguments)
         self.addCleanup(self._check_clean_exit, self.daemon)
         return self.daemon
 

@@ -24,14 +24,12 @@ import dbus
 
 import knownanswers
 import plinthtest
+import userdevice
+from userdevice import HOME_SIZE
 
 SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR', os.path.join(os.path.dirname(__file__), '..', '..'))
 EXAMPLES = os.path.join(SOURCE_DIR, 'docs', 'examples')
 BUILT_EXAMPLES = os.path.join(os.environ.get('PLINTHD_BUILD_DIR', ''), 'docs', 'examples', 'cpp')
-USER_MANAGER = 'org.brisaos.usermanager'
-ALICE = 100000
-HOME_SIZE = 16 * 1024 * 1024
-MiB = 1024 * 1024
 
 
 class ExampleTestCase(plinthtest.DaemonTestCase):
@@ -56,32 +54,7 @@ class ExampleTestCase(plinthtest.DaemonTestCase):
 
     def start_storage_device(self):
         """/home with alice's files, /var/log, /var/cache/core-dumps, no SDK."""
-        _, mock = self.start_mock(USER_MANAGER, '/', USER_MANAGER)
-        mock.AddMethod('', 'currentUser', '', 'u', 'ret = dbus.UInt32(%d)' % ALICE)
-        passwd = os.path.join(self.workdir, 'passwd')
-        with open(passwd, 'w') as f:
-            f.write('root:x:0:0:root:/root:/bin/sh\nalice:x:%d:%d::/home/alice:/bin/sh\n' % (ALICE, ALICE))
-        # Packages come from an empty database of the test's own.
-        rpm_home = os.path.join(self.workdir, 'rpmhome')
-        os.makedirs(os.path.join(rpm_home, 'db'))
-        with open(os.path.join(rpm_home, '.rpmmacros'), 'w') as f:
-            f.write('%%_dbpath %s\n' % os.path.join(rpm_home, 'db'))
-        owner = '%d:%d' % (ALICE, ALICE)
-        setup = [
-            'mount -t tmpfs -o size=%d tmpfs /home' % HOME_SIZE,
-            'mkdir -p /home/alice/Pictures /home/alice/Music',
-            'head -c 1000 /dev/zero > /home/alice/Pictures/a.jpg',
-            'head -c 200 /dev/zero > /home/alice/Music/song',
-            'head -c 300 /dev/zero > /home/alice/notes',
-            'chown -R %s /home/alice' % owner,
-            'mount -t tmpfs tmpfs /var/log',
-            'head -c 3000 /dev/zero > /var/log/messages',
-            'mount -t tmpfs tmpfs /var/cache',
-            'mkdir /var/cache/core-dumps',
-            'head -c 2000 /dev/zero > /var/cache/core-dumps/core.1',
-            'mount -t tmpfs tmpfs /opt',
-        ]
-        return self.start_daemon(env={'HOME': rpm_home}, setup=setup, binds={'/etc/passwd': passwd})
+        return self.start_daemon(**userdevice.prepare(self))
 
 
 class CppFeaturesExample(ExampleTestCase):
@@ -168,6 +141,20 @@ class PythonExample(ExampleTestCase):
         self.assertEqual(storage['bytesUsedSystemLogs'], ('t', 3000))
         self.assertEqual(storage['bytesUsedCoreDumps'], ('t', 2000))
         self.assertEqual(storage['bytesUsedSDK'], ('t', 0))
+
+    def run_failing(self, env=None):
+        done = subprocess.run(['/usr/bin/python3', os.path.join(EXAMPLES, 'python', 'plinth-info.py')],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True, timeout=60,
+                              stdin=subprocess.DEVNULL, env=dict(os.environ, **(env or {})))
+        self.assertEqual((done.returncode, done.stdout), (1, ''))
+        return done.stderr
+
+    def test_says_when_the_daemon_is_not_running(self):
+        self.assertEqual(self.run_failing(), 'plinth-info.py: plinthd is not running\n')
+
+    def test_says_when_there_is_no_bus(self):
+        stderr = self.run_failing({'DBUS_SYSTEM_BUS_ADDRESS': 'unix:path=' + os.path.join(self.workdir, 'no-bus')})
+        self.assertRegex(stderr, r'^plinth-info\.py: no system bus \(.+\)\n$')
 
 
 class ShellExample(ExampleTestCase):

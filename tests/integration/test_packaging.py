@@ -2,8 +2,9 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """What `cmake --install` puts where, and the packages that follow it.
 
-The install runs into a scratch DESTDIR from the build tree. Every file that
-another program reads lands where that program looks, for the build's prefix;
+The install runs into a scratch DESTDIR from the build tree, with the
+packages' prefix /usr. Every file that another program reads lands where that
+program looks;
 the manual pages render cleanly in 80 columns, carry the release's date and
 name each other. The RPM spec's %files must name exactly what the install
 produces (rpmspec expands it), and the version and the release's date must be
@@ -82,10 +83,15 @@ def cache_value(name):
 DESTDIR = None
 
 
+# The packages' prefix, with which every file goes where the system's programs
+# read it (another prefix keeps them all below it: test_install.py).
+PREFIX = '/usr'
+
+
 def setUpModule():
     global DESTDIR
     DESTDIR = tempfile.mkdtemp(prefix='plinthinstall.')
-    subprocess.run(['cmake', '--install', BUILD_DIR], env=dict(os.environ, DESTDIR=DESTDIR),
+    subprocess.run(['cmake', '--install', BUILD_DIR, '--prefix', PREFIX], env=dict(os.environ, DESTDIR=DESTDIR),
                    stdout=subprocess.DEVNULL, check=True)
 
 
@@ -101,16 +107,19 @@ class InstallTest(unittest.TestCase):
         cls.installed = sorted(
             os.path.join(root, name)[len(cls.destdir):]
             for root, _, names in os.walk(cls.destdir) for name in names)
-        cls.prefix = cache_value('CMAKE_INSTALL_PREFIX')
+        cls.prefix = PREFIX
 
     def unit_dir(self):
-        return cache_value('PLINTHD_SYSTEMD_UNIT_DIR')
+        return cache_value('PLINTHD_SYSTEMD_OWN_UNIT_DIR')
 
     def policy_dir(self):
-        return cache_value('PLINTHD_DBUS_POLICY_DIR')
+        return self.prefix + '/share/dbus-1/system.d'
 
     def lib_dir(self):
         return os.path.join(self.prefix, cache_value('CMAKE_INSTALL_LIBDIR'))
+
+    def qml_dir(self):
+        return os.path.join(self.prefix, cache_value('PLINTHD_QML_INSTALL_DIR'), 'org', 'norvu', 'plinth')
 
     def expected(self):
         p = self.prefix
@@ -142,12 +151,16 @@ class InstallTest(unittest.TestCase):
             p + '/share/man/man7/plinthd-interfaces.7',
             p + '/share/dconf/profile/plinthd',
             DCONF_DB_DIR + '/plinthd.d/00-plinthd',
+            # the QML module
+            self.qml_dir() + '/libplinthqmlplugin.so',
+            self.qml_dir() + '/qmldir',
+            self.qml_dir() + '/plugins.qmltypes',
         ] + [p + '/include/plinth-qt5/plinth/' + name for name in (
             'answer.h', 'daemon.h', 'daemonobject.h', 'features.h', 'global.h', 'plainvalue.h', 'plinth.h', 'sim.h',
             'simcard.h', 'storages.h', 'storagetypes.h',
         )] + [p + '/share/doc/plinthd/' + name for name in (
-            'README.md', 'features.md', 'sim.md', 'storages.md', 'client-library.md',
-            'examples/README.md',
+            'README.md', 'features.md', 'sim.md', 'storages.md', 'client-library.md', 'qml.md',
+            'examples/README.md', 'examples/qml/summary.qml', 'examples/qml/storage.qml',
             'examples/cpp/CMakeLists.txt', 'examples/cpp/features.cpp', 'examples/cpp/storage.cpp',
             'examples/cpp/drives.cpp',
             'examples/python/plinth-info.py',
@@ -173,6 +186,11 @@ class InstallTest(unittest.TestCase):
         self.assertIn(self.policy_dir(), system_bus_policy_dirs())
         self.assertIn(self.prefix + '/share/dbus-1/system-services', STANDARD_SYSTEM_SERVICE_DIRS)
         self.assertIn(self.prefix + '/share/dconf/profile', DCONF_PROFILE_DIRS)
+        with open(self.destdir + self.prefix + '/share/dconf/profile/plinthd') as f:
+            self.assertEqual(f.read().split(), ['system-db:plinthd'])
+        # Qt's own QML folder, as its qmake told the build.
+        self.assertEqual(os.path.dirname(os.path.dirname(os.path.dirname(self.qml_dir()))),
+                         cache_value('PLINTHD_QT_QML_DIR'))
 
     def test_interfaces_are_the_published_ones(self):
         for name in ('Features', 'SIM', 'Storages'):
@@ -208,11 +226,13 @@ class InstallTest(unittest.TestCase):
         # build into its own prefix. The unit and the bus policy go where
         # systemd and the bus look on each side, libraries where the system
         # keeps them; dconf's databases are in one place for every prefix.
-        def relative(path, prefix, unit_dir, policy_dir, lib_dir):
+        def relative(path, prefix, unit_dir, policy_dir, lib_dir, qml_dir):
             if path.startswith(unit_dir + '/'):
                 return 'UNITDIR' + path[len(unit_dir):]
             if path.startswith(policy_dir + '/'):
                 return 'POLICYDIR' + path[len(policy_dir):]
+            if path == qml_dir or path.startswith(qml_dir + '/'):
+                return 'QMLDIR' + path[len(qml_dir):]
             if path.startswith(lib_dir + '/'):
                 return 'LIBDIR' + path[len(lib_dir):]
             if path.startswith(DCONF_DB_DIR + '/'):
@@ -225,9 +245,9 @@ class InstallTest(unittest.TestCase):
         spec_lib_dir = subprocess.run(['rpm', '--eval', '%{_libdir}'], stdout=subprocess.PIPE,
                                       universal_newlines=True).stdout.strip()
         patterns = [relative(f, usr, spec_dir_of('plinthd.service'), spec_dir_of('org.norvu.plinth.conf'),
-                             spec_lib_dir)
+                             spec_lib_dir, spec_dir_of('qmldir'))
                     for f in files]
-        installed = [relative(f, self.prefix, self.unit_dir(), self.policy_dir(), self.lib_dir())
+        installed = [relative(f, self.prefix, self.unit_dir(), self.policy_dir(), self.lib_dir(), self.qml_dir())
                      for f in self.installed]
 
         # A directory in %files takes in everything below it.
@@ -251,7 +271,7 @@ class ManualPageTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.mandir = DESTDIR + cache_value('CMAKE_INSTALL_PREFIX') + '/share/man'
+        cls.mandir = DESTDIR + PREFIX + '/share/man'
 
     def render(self, page):
         return subprocess.run(['man', '--warnings', '-l', os.path.join(self.mandir, page)],
@@ -314,6 +334,9 @@ class VersionTest(unittest.TestCase):
         plinthctl = subprocess.run([os.path.join(BUILD_DIR, 'tools', 'plinthctl'), '--version'],
                                    stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
         self.assertEqual(plinthctl, 'plinthctl %s\n' % cmake)
+        plinthd = subprocess.run([plinthtest.plinthd_binary(), '--version'],
+                                 stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
+        self.assertEqual(plinthd, 'plinthd %s\n' % cmake)
 
     def test_one_release_date_everywhere(self):
         debian = subprocess.run(['dpkg-parsechangelog', '-l', os.path.join(SOURCE_DIR, 'debian', 'changelog'),

@@ -12,11 +12,8 @@ import json
 import os
 import re
 import select
-import shlex
-import shutil
 import signal
 import subprocess
-import tempfile
 import time
 
 import dbus
@@ -146,6 +143,12 @@ class AgainstTheDaemon(PlinthctlTestCase):
         monitor.process.send_signal(signal.SIGTERM)
         self.assertEqual(monitor.process.wait(10), 0)
         self.assertEqual(monitor.process.stdout.read(), '')
+
+    def test_monitor_stops_when_the_bus_goes(self):
+        monitor = Monitor(self)
+        self.system_bus.stop()
+        self.assertEqual(monitor.process.wait(10), 1)
+        self.assertEqual(monitor.process.stderr.read(), 'plinthctl: the system bus has gone away; stopping\n')
 
 
 class Monitor:
@@ -300,40 +303,10 @@ class AgainstAStandIn(PlinthctlTestCase):
         self.assertEqual(out.count('cameraEnabledChanged'), 1, out)
 
 
-class FollowingTheDaemon(PlinthctlTestCase):
+class FollowingTheDaemon(plinthtest.ActivationTestCase, PlinthctlTestCase):
     """The monitor on a bus that starts the daemon on demand, as the system bus
     does: it starts an absent daemon, says when it goes and comes back, and
     shows the signals of whichever daemon is there."""
-
-    def setUp(self):
-        services = tempfile.mkdtemp(prefix='plinthservices.')
-        self.addCleanup(shutil.rmtree, services, ignore_errors=True)
-        # The bus hands what it starts its own address as DBUS_STARTER_ADDRESS;
-        # the daemon looks for the system bus's.
-        starter = os.path.join(services, 'start-plinthd')
-        with open(starter, 'w') as f:
-            f.write('#!/bin/sh\nDBUS_SYSTEM_BUS_ADDRESS="$DBUS_STARTER_ADDRESS" exec %s\n'
-                    % shlex.quote(plinthtest.plinthd_binary()))
-        os.chmod(starter, 0o755)
-        with open(os.path.join(services, BUS_NAME + '.service'), 'w') as f:
-            f.write('[D-BUS Service]\nName=%s\nExec=%s\n' % (BUS_NAME, starter))
-        self.bus_config = plinthtest.BUS_CONFIG.replace(
-            '</busconfig>', '  <servicedir>%s</servicedir>\n</busconfig>' % services)
-        super().setUp()
-
-    def daemon_pid(self):
-        """The daemon the bus started; ended with the test."""
-        pid = int(self.bus.get_object('org.freedesktop.DBus', '/org/freedesktop/DBus').GetConnectionUnixProcessID(
-            BUS_NAME, dbus_interface='org.freedesktop.DBus'))
-        self.addCleanup(self.end, pid)
-        return pid
-
-    @staticmethod
-    def end(pid):
-        try:
-            os.kill(pid, signal.SIGKILL)
-        except ProcessLookupError:
-            pass
 
     def kill(self, pid):
         # Killed once it serves, as the test means: under qemu-user a daemon

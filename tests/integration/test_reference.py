@@ -149,6 +149,23 @@ class MembersTest(unittest.TestCase):
                         self.assertRegex(signature, SIGNATURE, key)
 
 
+class QmlPageTest(unittest.TestCase):
+    """docs/qml.md shows the example pages of docs/examples/qml as they are:
+    those are the files the QML tests run and qmllint checks."""
+
+    def test_pages_shown_are_the_files(self):
+        with open(os.path.join(DOCS, 'qml.md')) as f:
+            blocks = re.findall(r'^```qml\n(.*?)^```$', f.read(), re.S | re.M)
+        folder = os.path.join(DOCS, 'examples', 'qml')
+        files = {}
+        for name in sorted(os.listdir(folder)):
+            with open(os.path.join(folder, name)) as f:
+                files[name] = f.read()
+        self.assertEqual(sorted(blocks), sorted(files.values()))
+        with open(os.path.join(folder, 'summary.qml')) as f:
+            self.assertEqual(len(f.read().splitlines()), 10)
+
+
 class ManualPageTest(unittest.TestCase):
 
     def built(self):

@@ -3,7 +3,9 @@
 """The daemon's life on the bus: name, objects, interfaces, exit paths, logging."""
 
 import os
+import re
 import signal
+import subprocess
 import xml.etree.ElementTree as ET
 
 import dbus
@@ -181,6 +183,42 @@ class SpineTest(plinthtest.DaemonTestCase):
         daemon.start().wait_ready()
         self.assertEqual(daemon.terminate(), 0)
         self.assertIn('Plinth daemon application created', daemon.output())
+
+    def test_journal_gets_each_line_with_its_priority(self):
+        daemon = self.start_daemon(env={'PLINTHD_DEBUG': '1'}, journal_stream=True)
+        second = self.start_daemon(wait=False, journal_stream=True)
+        self.assertEqual(second.wait(30), 1)
+        self.assertEqual(daemon.terminate(), 0)
+        lines = daemon.output().splitlines()
+        self.assertIn('<7>plinthd: Plinth daemon application created', lines)
+        self.assertIn('<7>plinthd: exit', lines)
+        for line in lines + second.output().splitlines():
+            self.assertRegex(line, r'^<[2-7]>')
+        self.assertIn('<3>FeaturesService registration failed (already running or DBus not found), exiting',
+                      second.output().splitlines())
+
+    def test_without_the_journal_lines_are_as_qt_writes_them(self):
+        # A stream systemd named for another process (the variable is
+        # inherited) is not this one's standard error.
+        daemon = self.start_daemon(env={'PLINTHD_DEBUG': '1', 'JOURNAL_STREAM': '1:1'})
+        self.assertEqual(daemon.terminate(), 0)
+        self.assertIn('plinthd: Plinth daemon application created\n', daemon.output())
+        self.assertNotRegex(daemon.output(), re.compile(r'^<\d>', re.M))
+
+    def test_help_and_version_answer_without_serving(self):
+        # The bus named here does not exist: a daemon that went on to serve
+        # would fail with status 1.
+        env = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS='unix:path=' + os.path.join(self.workdir, 'no-such-socket'))
+        for args, first_line in ((['--help'], 'Usage: plinthd [--help | --version]'),
+                                 (['-h'], 'Usage: plinthd [--help | --version]'),
+                                 (['--version'], 'plinthd ')):
+            with self.subTest(args=args):
+                done = subprocess.run([plinthtest.plinthd_binary()] + args, stdout=subprocess.PIPE,
+                                      stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, universal_newlines=True,
+                                      env=env, timeout=30)
+                self.assertEqual((done.returncode, done.stderr), (0, ''))
+                self.assertTrue(done.stdout.startswith(first_line), done.stdout)
+        self.assertFalse(self.bus.name_has_owner(BUS_NAME))
 
     def test_sigterm_during_start_up_is_not_lost(self):
         # The name is owned as soon as the first object registers; a SIGTERM

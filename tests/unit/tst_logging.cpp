@@ -15,6 +15,9 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 // Every category the daemon's libraries define, as they are linked here.

@@ -258,13 +258,14 @@ private slots:
     void daemonComesAndGoes()
     {
         Plinth::Daemon daemon;
+        // This bus has no activation file for the daemon, on which the bus
+        // itself refuses to start it even while it runs; start() answers
+        // that it runs, asked before the object has heard from the bus as
+        // well as after (the monitor test starts it for real).
+        QCOMPARE(answerOf(daemon.start()), uint(Plinth::Daemon::AlreadyRunning));
         const QString owner = answerOf(daemon.owner());
         QCOMPARE(owner, server.baseService());
-        // This bus has no activation file for the daemon: the bus refuses to
-        // start it even while it runs (the monitor test starts it for real).
-        QDBusPendingReply<uint> started = daemon.start();
-        QTRY_VERIFY(started.isFinished());
-        QCOMPARE(started.error().name(), QStringLiteral("org.freedesktop.DBus.Error.ServiceUnknown"));
+        QCOMPARE(answerOf(daemon.start()), uint(Plinth::Daemon::AlreadyRunning));
         QSignalSpy vanished(&daemon, &Plinth::Daemon::vanished);
         QSignalSpy appeared(&daemon, &Plinth::Daemon::appeared);
         // The watcher's subscription is on its way to the bus: a round trip
@@ -276,9 +277,14 @@ private slots:
         QDBusPendingReply<QString> none = daemon.owner();
         QTRY_VERIFY(none.isFinished());
         QCOMPARE(none.error().name(), QStringLiteral("org.freedesktop.DBus.Error.NameHasNoOwner"));
+        // Gone, and nothing here can start it.
+        QDBusPendingReply<uint> refused = daemon.start();
+        QTRY_VERIFY(refused.isFinished());
+        QCOMPARE(refused.error().name(), QStringLiteral("org.freedesktop.DBus.Error.ServiceUnknown"));
         QVERIFY(server.registerService(Plinth::serviceName()));
         QTRY_COMPARE(appeared.count(), 1);
         QCOMPARE(appeared.first().first().toString(), owner);
+        QCOMPARE(answerOf(daemon.start()), uint(Plinth::Daemon::AlreadyRunning));
     }
 };
 

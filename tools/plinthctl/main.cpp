@@ -74,9 +74,13 @@ int monitorUntilQuit(QCoreApplication &app, const QDBusConnection &bus, bool jso
     const QString started = monitor.startDaemon();
     if (!started.isEmpty())
         print(stderr, QByteArrayLiteral("plinthctl: ") + started.toUtf8() + '\n');
+    // Without a bus the monitor would wait for ever for news that cannot come.
+    QObject::connect(&monitor, &SignalMonitor::busLost, &app, [&app] {
+        print(stderr, QByteArrayLiteral("plinthctl: the system bus has gone away; stopping\n"));
+        app.exit(1);
+    });
     print(stderr, QByteArrayLiteral("Monitoring the signals of org.norvu.plinth; Ctrl-C stops.\n"));
-    app.exec();
-    return 0;
+    return app.exec();
 }
 
 int runMonitor(QCoreApplication &app, bool json)

@@ -62,6 +62,10 @@ bool SignalMonitor::start(QString *errorText)
         *errorText = QStringLiteral("cannot reach the system bus: %1").arg(m_bus.lastError().message());
         return false;
     }
+    // The D-Bus library tells its own connection that the bus has gone with
+    // this signal; it never crosses the bus, so no match rule is involved.
+    m_bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"), QStringLiteral("org.freedesktop.DBus.Local"),
+                  QStringLiteral("Disconnected"), this, SLOT(handleDisconnected()));
     // The sender is checked here rather than left to QtDBus, which learns the
     // name's owner asynchronously and drops what arrives before it knows. As
     // for the signals below, the owner watcher's rule is also added and
@@ -197,6 +201,11 @@ void SignalMonitor::handleSignal(const QDBusMessage &message)
         return;
     print(describe(message.interface(), message.path(), message.member(), message.arguments(),
                    QDateTime::currentDateTimeUtc(), m_interfaces));
+}
+
+void SignalMonitor::handleDisconnected()
+{
+    emit busLost();
 }
 
 void SignalMonitor::ownerChanged(const QString &owner, bool appeared)

@@ -57,8 +57,14 @@ public:
     // line by line.
     static QByteArray jsonLine(const QVariantMap &event);
 
+signals:
+    // The connection to the bus is lost (the bus stopped): nothing more can
+    // come, not even the daemon's return.
+    void busLost();
+
 private slots:
     void handleSignal(const QDBusMessage &message);
+    void handleDisconnected();
 
 private:
     void ownerChanged(const QString &owner, bool appeared);

@@ -30,10 +30,13 @@ public:
     ~Daemon() override;
 
     // Has the bus start the daemon unless it runs; answers a StartResult once
-    // the daemon owns its name. The bus answers from its activation files:
-    // where it has none for the daemon (a bus set up by hand) it answers the
-    // error org.freedesktop.DBus.Error.ServiceUnknown, even while the daemon
-    // runs, so ask owner() first.
+    // the daemon owns its name: AlreadyRunning at once while it runs, on any
+    // bus. Where the bus cannot start it (no activation file for it, as on a
+    // bus set up by hand) and it does not run, the error is
+    // org.freedesktop.DBus.Error.ServiceUnknown. The object learns whether
+    // the daemon runs from the bus when it is made, and follows it from then
+    // on; a start() right after that waits for the bus's answer, which the
+    // bus gives itself, at once, without asking the daemon.
     QDBusPendingReply<uint> start() const;
     // The unique name of the daemon's connection; the error
     // org.freedesktop.DBus.Error.NameHasNoOwner when it is not running.

@@ -9,6 +9,9 @@ answered at once), reads a property, then asks the system storage
 categories asynchronously with a time-out of five minutes: that answer comes
 later, from a worker of the daemon, and takes minutes on a full device.
 Prints every key of the storage map with its D-Bus type.
+
+Without a system bus, or without the daemon, it says so on standard error in
+one line and exits with status 1.
 """
 
 import sys
@@ -17,6 +20,18 @@ from gi.repository import Gio, GLib
 
 SERVICE = 'org.norvu.plinth'
 STORAGE_TIMEOUT_MS = 5 * 60 * 1000
+# What the bus answers for a name nobody owns and nothing can start: no
+# activation file for it, or none that works.
+NOT_RUNNING = ('org.freedesktop.DBus.Error.ServiceUnknown', 'org.freedesktop.DBus.Error.NameHasNoOwner',
+               'org.freedesktop.DBus.Error.Spawn.ServiceNotFound')
+
+
+def failure(error):
+    """One line for the user instead of a traceback."""
+    if Gio.DBusError.is_remote_error(error) and Gio.DBusError.get_remote_error(error) in NOT_RUNNING:
+        return 'plinthd is not running'
+    Gio.DBusError.strip_remote_error(error)
+    return error.message
 
 
 def proxy(bus, name):
@@ -30,7 +45,19 @@ def call(p, method):
 
 
 def main():
-    bus = Gio.bus_get_sync(Gio.BusType.SYSTEM, None)
+    try:
+        bus = Gio.bus_get_sync(Gio.BusType.SYSTEM, None)
+    except GLib.Error as error:
+        print('plinth-info.py: no system bus (%s)' % error.message, file=sys.stderr)
+        return 1
+    try:
+        return report(bus)
+    except GLib.Error as error:
+        print('plinth-info.py: %s' % failure(error), file=sys.stderr)
+        return 1
+
+
+def report(bus):
     features = proxy(bus, 'Features')
     print('Processor: %s, %d cores' % (call(features, 'getCpuModel') or 'unknown',
                                        call(features, 'getNumberCpuCores')))
@@ -55,14 +82,13 @@ def main():
         try:
             outcome['reply'] = source.call_finish(result)
         except GLib.Error as error:
-            outcome['error'] = error.message
+            outcome['error'] = error
         loop.quit()
 
     storages.call('getSystemStorageInfo', None, Gio.DBusCallFlags.NONE, STORAGE_TIMEOUT_MS, None, done)
     loop.run()
     if 'error' in outcome:
-        print('getSystemStorageInfo: %s' % outcome['error'], file=sys.stderr)
-        return 1
+        raise outcome['error']
     # Keep the GVariant to see the D-Bus type of every value: sizes are "t".
     info = outcome['reply'].get_child_value(0)
     print('System storage:')
