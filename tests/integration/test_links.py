@@ -25,6 +25,7 @@ import targetgraph  # noqa: E402
 SYSTEM_HEADERS = {
     'Qt5::DBus': r'^QDBus|^QtDBus',
     'Qt5::Multimedia': r'^QCamera|^QMedia|^QtMultimedia',
+    'Qt5::Qml': r'^QQml|^QtQml|^QJS',
     'Threads::Threads': r'^(thread|pthread\.h|condition_variable)$',
     'PkgConfig::DCONF': r'^(dconf\.h|glib\.h)$',
     'PkgConfig::FONTCONFIG': r'^fontconfig/',
