@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "externaldrives.h"
 
-#include "storagekeys.h"
-
+#include <mapkeys.h>
 #include <partitionmanager.h>
+
+using namespace Plinth;
 
 namespace {
 
@@ -11,14 +12,19 @@ QString driveType(int connectionBus)
 {
     switch (connectionBus) {
     case Partition::SDBus:
-        return QStringLiteral("SD");
+        return QLatin1String(DriveTypes::SD);
     case Partition::USBBus:
-        return QStringLiteral("USB");
+        return QLatin1String(DriveTypes::USB);
     case Partition::IEEE1394Bus:
-        return QStringLiteral("IEEE1394");
+        return QLatin1String(DriveTypes::IEEE1394);
     default:
-        return QStringLiteral("Unknown");
+        return QLatin1String(DriveTypes::Unknown);
     }
+}
+
+QString key(const char *name)
+{
+    return QLatin1String(name);
 }
 
 } // namespace
@@ -51,7 +57,6 @@ QString ExternalDrives::driveKey(const QString &deviceName)
 
 ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &partitions)
 {
-    using namespace StorageKeys;
     Picture picture;
     QMap<QString, QVector<Partition>> partitionsByDrive;
     for (const Partition &partition : partitions)
@@ -61,7 +66,7 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
     quint64 total = 0;
     quint64 free = 0;
     quint64 available = 0;
-    picture.summary.insert(DeviceLabel, ExternalStorageLabel);
+    picture.summary.insert(key(Keys::DeviceLabel), QStringLiteral("external storage"));
     for (const Partition &part : partitions) {
         if (part.status() != Partition::Mounted)
             continue;
@@ -70,11 +75,11 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
         free += quint64(part.bytesFree());
         available += quint64(part.bytesAvailable());
     }
-    picture.summary.insert(Mounted, mountedCount > 0);
-    picture.summary.insert(CountMountedPartitions, mountedCount);
-    picture.summary.insert(BytesTotal, qulonglong(total));
-    picture.summary.insert(BytesAvailable, qulonglong(available));
-    picture.summary.insert(BytesUsed, qulonglong(total - free));
+    picture.summary.insert(key(Keys::Mounted), mountedCount > 0);
+    picture.summary.insert(key(Keys::CountMountedPartitions), mountedCount);
+    picture.summary.insert(key(Keys::BytesTotal), qulonglong(total));
+    picture.summary.insert(key(Keys::BytesAvailable), qulonglong(available));
+    picture.summary.insert(key(Keys::BytesUsed), qulonglong(total - free));
 
     for (auto it = partitionsByDrive.cbegin(); it != partitionsByDrive.cend(); ++it) {
         QVariantMap drive;
@@ -87,21 +92,22 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
                                               + QLatin1Char(' ')
                                               + partDrive.value(QLatin1String(DriveKeys::Model)).toString())
                                               .trimmed();
-            drive.insert(DriveName, driveName);
-            drive.insert(DriveType, driveType(partDrive.value(QLatin1String(DriveKeys::ConnectionBus)).toInt()));
+            drive.insert(key(Keys::DriveName), driveName);
+            const int connectionBus = partDrive.value(QLatin1String(DriveKeys::ConnectionBus)).toInt();
+            drive.insert(key(Keys::DriveType), driveType(connectionBus));
 
             const qint64 partTotal = part.bytesTotal();
             partitionsInfo.append({
-                {PartitionName, part.deviceLabel()},
-                {MountPoint, part.mountPath()},
-                {PartitionLabel, part.partitionLabel()},
-                {DriveName, driveName},
-                {BytesTotal, partTotal},
-                {BytesUsed, partTotal - part.bytesFree()},
-                {BytesAvailable, part.bytesAvailable()},
+                {key(Keys::PartitionName), part.deviceLabel()},
+                {key(Keys::MountPoint), part.mountPath()},
+                {key(Keys::PartitionLabel), part.partitionLabel()},
+                {key(Keys::DriveName), driveName},
+                {key(Keys::BytesTotal), partTotal},
+                {key(Keys::BytesUsed), partTotal - part.bytesFree()},
+                {key(Keys::BytesAvailable), part.bytesAvailable()},
             });
         }
-        drive.insert(PartitionsInfo, QVariant::fromValue(partitionsInfo));
+        drive.insert(key(Keys::PartitionsInfo), QVariant::fromValue(partitionsInfo));
         picture.drives.insert(it.key(), drive);
     }
     return picture;

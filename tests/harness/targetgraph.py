@@ -84,21 +84,31 @@ class TargetGraph:
         visit(self.targets[name]['LINK_LIBRARIES'] or self.targets[name]['INTERFACE_LINK_LIBRARIES'])
         return order
 
+    @staticmethod
+    def _add_dirs(dirs, values):
+        for value in values:
+            match = BUILD_INTERFACE.match(value)
+            if match:
+                value = match.group(1)
+            if INSTALL_INTERFACE.match(value) or '$<' in value:
+                continue
+            path = os.path.realpath(value)
+            if path.startswith(SOURCE_DIR + os.sep) and path not in dirs:
+                dirs.append(path)
+
+    def interface_include_dirs(self, name):
+        """The folders of the source tree the target puts on its users' include path."""
+        dirs = []
+        self._add_dirs(dirs, self.targets[name]['INTERFACE_INCLUDE_DIRECTORIES'])
+        return dirs
+
     def include_dirs(self, name):
         """The folders on the target's include path that are in the source tree:
         its own and those its links hand on (not through links that only link)."""
         dirs = []
 
         def add(values):
-            for value in values:
-                match = BUILD_INTERFACE.match(value)
-                if match:
-                    value = match.group(1)
-                if INSTALL_INTERFACE.match(value) or '$<' in value:
-                    continue
-                path = os.path.realpath(value)
-                if path.startswith(SOURCE_DIR + os.sep) and path not in dirs:
-                    dirs.append(path)
+            self._add_dirs(dirs, values)
 
         seen = set()
 

@@ -2,10 +2,11 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """The daemon's folders are layers whose includes only point down.
 
-From the bottom: common/ (shared with the platform classes), platform/ (the
-platform classes on Linux), core/ (the shared base of the services), the three
-services features/, sim/ and storages/ (which know nothing of each other), and
-daemon/ (the entry point, which starts them). A header is placed by the folder
+From the bottom: common/ (shared with the platform classes) and dbus/ (the
+interfaces and the keys of their maps, mapkeys.h), platform/ (the platform
+classes on Linux), core/ (the shared base of the services), the three services
+features/, sim/ and storages/ (which know nothing of each other), and daemon/
+(the entry point, which starts them). A header is placed by the folder
 that holds it; the adaptors generated from dbus/ belong to the service that
 builds them. docs/architecture.md draws the same picture. No header includes
 itself back through others, either: the include graph has no circle.
@@ -31,7 +32,7 @@ import targetgraph  # noqa: E402
 
 SOURCE_DIR = os.environ.get('PLINTHD_SOURCE_DIR') or os.path.join(os.path.dirname(__file__), '..', '..')
 
-LAYERS = {'common': 0, 'platform': 1, 'core': 2, 'features': 3, 'sim': 3, 'storages': 3, 'daemon': 4}
+LAYERS = {'common': 0, 'dbus': 0, 'platform': 1, 'core': 2, 'features': 3, 'sim': 3, 'storages': 3, 'daemon': 4}
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^>"]+)[>"]', re.M)
 SOURCE_SUFFIXES = ('.h', '.cpp')
 PLATFORM_DIR = os.path.join(targetgraph.SOURCE_DIR, 'platform')

@@ -46,7 +46,6 @@ NOT_LINKED = {
     'plinth_sim': {'PkgConfig::LIBMOUNT', 'PkgConfig::LIBUDEV', 'PkgConfig::FONTCONFIG'},
     'plinth_storages': {'PkgConfig::DCONF', 'PkgConfig::QOFONO', 'PkgConfig::FONTCONFIG'},
 }
-INTERNALS = re.compile(r'^(plinth_platform_\w+)_internals$')
 
 
 class LinkTest(unittest.TestCase):
@@ -57,11 +56,12 @@ class LinkTest(unittest.TestCase):
         cls.headers = {}
         for name, target in cls.graph.targets.items():
             cls.headers[name] = {os.path.basename(source) for source in target['SOURCES'] if source.endswith('.h')}
-        # A platform library's _internals hands out its private headers.
-        for name in cls.graph.targets:
-            match = INTERNALS.match(name)
-            if match:
-                cls.headers[name] = cls.headers[match.group(1)]
+            # An interface library (the key table, a platform library's
+            # internals) offers the headers of the folders it puts on the
+            # include path.
+            if target['type'] == 'INTERFACE_LIBRARY':
+                for folder in cls.graph.interface_include_dirs(name):
+                    cls.headers[name] |= {entry for entry in os.listdir(folder) if entry.endswith('.h')}
 
     def product_targets(self):
         return [name for name, target in self.graph.targets.items()
