@@ -22,11 +22,6 @@ QString driveType(int connectionBus)
     }
 }
 
-QString key(const char *name)
-{
-    return QLatin1String(name);
-}
-
 } // namespace
 
 ExternalDrives::ExternalDrives(PartitionManager *partitionManager, QObject *parent)
@@ -66,7 +61,7 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
     quint64 total = 0;
     quint64 free = 0;
     quint64 available = 0;
-    picture.summary.insert(key(Keys::DeviceLabel), QStringLiteral("external storage"));
+    picture.summary.insert(QLatin1String(Keys::DeviceLabel), QStringLiteral("external storage"));
     for (const Partition &part : partitions) {
         if (part.status() != Partition::Mounted)
             continue;
@@ -75,11 +70,11 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
         free += quint64(part.bytesFree());
         available += quint64(part.bytesAvailable());
     }
-    picture.summary.insert(key(Keys::Mounted), mountedCount > 0);
-    picture.summary.insert(key(Keys::CountMountedPartitions), mountedCount);
-    picture.summary.insert(key(Keys::BytesTotal), qulonglong(total));
-    picture.summary.insert(key(Keys::BytesAvailable), qulonglong(available));
-    picture.summary.insert(key(Keys::BytesUsed), qulonglong(total - free));
+    picture.summary.insert(QLatin1String(Keys::Mounted), mountedCount > 0);
+    picture.summary.insert(QLatin1String(Keys::CountMountedPartitions), mountedCount);
+    picture.summary.insert(QLatin1String(Keys::BytesTotal), qulonglong(total));
+    picture.summary.insert(QLatin1String(Keys::BytesAvailable), qulonglong(available));
+    picture.summary.insert(QLatin1String(Keys::BytesUsed), qulonglong(total - free));
 
     for (auto it = partitionsByDrive.cbegin(); it != partitionsByDrive.cend(); ++it) {
         QVariantMap drive;
@@ -92,22 +87,22 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
                                               + QLatin1Char(' ')
                                               + partDrive.value(QLatin1String(DriveKeys::Model)).toString())
                                               .trimmed();
-            drive.insert(key(Keys::DriveName), driveName);
+            drive.insert(QLatin1String(Keys::DriveName), driveName);
             const int connectionBus = partDrive.value(QLatin1String(DriveKeys::ConnectionBus)).toInt();
-            drive.insert(key(Keys::DriveType), driveType(connectionBus));
+            drive.insert(QLatin1String(Keys::DriveType), driveType(connectionBus));
 
             const qint64 partTotal = part.bytesTotal();
             partitionsInfo.append({
-                {key(Keys::PartitionName), part.deviceLabel()},
-                {key(Keys::MountPoint), part.mountPath()},
-                {key(Keys::PartitionLabel), part.partitionLabel()},
-                {key(Keys::DriveName), driveName},
-                {key(Keys::BytesTotal), partTotal},
-                {key(Keys::BytesUsed), partTotal - part.bytesFree()},
-                {key(Keys::BytesAvailable), part.bytesAvailable()},
+                {QLatin1String(Keys::PartitionName), part.deviceLabel()},
+                {QLatin1String(Keys::MountPoint), part.mountPath()},
+                {QLatin1String(Keys::PartitionLabel), part.partitionLabel()},
+                {QLatin1String(Keys::DriveName), driveName},
+                {QLatin1String(Keys::BytesTotal), partTotal},
+                {QLatin1String(Keys::BytesUsed), partTotal - part.bytesFree()},
+                {QLatin1String(Keys::BytesAvailable), part.bytesAvailable()},
             });
         }
-        drive.insert(key(Keys::PartitionsInfo), QVariant::fromValue(partitionsInfo));
+        drive.insert(QLatin1String(Keys::PartitionsInfo), QVariant::fromValue(partitionsInfo));
         picture.drives.insert(it.key(), drive);
     }
     return picture;
