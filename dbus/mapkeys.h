@@ -4,13 +4,12 @@
 
 // The keys of the maps (a{sv}) in the daemon's answers and signals, and the
 // values of the one key whose values are a fixed set. They belong to the
-// interfaces beside this file (org.norvu.plinth.SIM.xml and
-// org.norvu.plinth.Storages.xml) and are spelled here alone: the daemon writes
-// its maps with them, and the client library, its QML module and plinthctl
-// read with them. The client library installs this file as
-// <plinth/mapkeys.h> for applications that read the maps themselves; the
-// interface reference (docs/sim.md, docs/storages.md) says what each value
-// means, its D-Bus type and its unit.
+// interfaces org.norvu.plinth.SIM and org.norvu.plinth.Storages, and are
+// spelled here alone: the daemon writes its maps with them, and the client
+// library, its QML module and plinthctl read with them. The client library
+// installs this file as <plinth/mapkeys.h> for applications that read the
+// maps themselves. The interface reference (sim.md and storages.md) says what
+// each value means, its D-Bus type and its unit.
 //
 // Plain character arrays: usable before any code runs and from any thread,
 // and they tie the header to nothing but the C++ compiler.
