@@ -25,11 +25,6 @@ void SharedRoundTrip::join(const QString &key, const Send &send, const Answer &a
             [this, key](QDBusPendingCallWatcher *finished) { finish(key, finished); });
 }
 
-int SharedRoundTrip::inFlight() const
-{
-    return m_waiting.size();
-}
-
 void SharedRoundTrip::finish(const QString &key, QDBusPendingCallWatcher *watcher)
 {
     // Taken out before anyone is answered: a continuation that asks the same

@@ -45,9 +45,6 @@ public:
     // with `send`.
     void join(const QString &key, const Send &send, const Answer &answer);
 
-    // Round trips under way, for tests and the debug log.
-    int inFlight() const;
-
 private:
     void finish(const QString &key, QDBusPendingCallWatcher *watcher);
 

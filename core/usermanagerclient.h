@@ -17,7 +17,10 @@
 // Main thread only (docs/threading.md): workers never talk to peers, they get
 // what a query needs from the main thread. Questions asked while the same one
 // is on its way share its round trip (SharedRoundTrip), so a stalled user
-// manager costs the daemon two outstanding calls, not one per client.
+// manager costs a client one outstanding call for each question (the current
+// user; the locale of each user asked for), not one for each caller. The
+// daemon has two clients, LocaleInfo's and StoragesInfo's, which ask the
+// current user each.
 class UserManagerClient : public QObject
 {
     Q_OBJECT

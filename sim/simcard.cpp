@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simcard.h"
 
+#include <mapkeys.h>
+
+using namespace Plinth;
+
 namespace {
 
 // The bus's key for each value of a card, and its D-Bus type: booleans are
@@ -10,11 +14,11 @@ const struct
     QLatin1String key;
     QVariant (*value)(const SimCard &card);
 } SimCardKeys[] = {
-    {QLatin1String("enabled"), [](const SimCard &card) { return QVariant(card.enabled); }},
-    {QLatin1String("operatorName"), [](const SimCard &card) { return QVariant(card.operatorName); }},
-    {QLatin1String("preferredDataTransfer"), [](const SimCard &card) { return QVariant(card.preferredDataTransfer); }},
-    {QLatin1String("preferredVoiceCall"), [](const SimCard &card) { return QVariant(card.preferredVoiceCall); }},
-    {QLatin1String("simName"), [](const SimCard &card) { return QVariant(card.simName); }},
+    {QLatin1String(Keys::Enabled), [](const SimCard &card) { return QVariant(card.enabled); }},
+    {QLatin1String(Keys::OperatorName), [](const SimCard &card) { return QVariant(card.operatorName); }},
+    {QLatin1String(Keys::PreferredDataTransfer), [](const SimCard &card) { return QVariant(card.preferredDataTransfer); }},
+    {QLatin1String(Keys::PreferredVoiceCall), [](const SimCard &card) { return QVariant(card.preferredVoiceCall); }},
+    {QLatin1String(Keys::SimName), [](const SimCard &card) { return QVariant(card.simName); }},
 };
 
 } // namespace

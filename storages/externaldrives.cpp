@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "externaldrives.h"
 
-#include "storagekeys.h"
-
+#include <mapkeys.h>
 #include <partitionmanager.h>
+
+using namespace Plinth;
 
 namespace {
 
@@ -11,13 +12,13 @@ QString driveType(int connectionBus)
 {
     switch (connectionBus) {
     case Partition::SDBus:
-        return QStringLiteral("SD");
+        return QLatin1String(DriveTypes::SD);
     case Partition::USBBus:
-        return QStringLiteral("USB");
+        return QLatin1String(DriveTypes::USB);
     case Partition::IEEE1394Bus:
-        return QStringLiteral("IEEE1394");
+        return QLatin1String(DriveTypes::IEEE1394);
     default:
-        return QStringLiteral("Unknown");
+        return QLatin1String(DriveTypes::Unknown);
     }
 }
 
@@ -51,7 +52,6 @@ QString ExternalDrives::driveKey(const QString &deviceName)
 
 ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &partitions)
 {
-    using namespace StorageKeys;
     Picture picture;
     QMap<QString, QVector<Partition>> partitionsByDrive;
     for (const Partition &partition : partitions)
@@ -61,7 +61,7 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
     quint64 total = 0;
     quint64 free = 0;
     quint64 available = 0;
-    picture.summary.insert(DeviceLabel, ExternalStorageLabel);
+    picture.summary.insert(QLatin1String(Keys::DeviceLabel), QStringLiteral("external storage"));
     for (const Partition &part : partitions) {
         if (part.status() != Partition::Mounted)
             continue;
@@ -70,11 +70,11 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
         free += quint64(part.bytesFree());
         available += quint64(part.bytesAvailable());
     }
-    picture.summary.insert(Mounted, mountedCount > 0);
-    picture.summary.insert(CountMountedPartitions, mountedCount);
-    picture.summary.insert(BytesTotal, qulonglong(total));
-    picture.summary.insert(BytesAvailable, qulonglong(available));
-    picture.summary.insert(BytesUsed, qulonglong(total - free));
+    picture.summary.insert(QLatin1String(Keys::Mounted), mountedCount > 0);
+    picture.summary.insert(QLatin1String(Keys::CountMountedPartitions), mountedCount);
+    picture.summary.insert(QLatin1String(Keys::BytesTotal), qulonglong(total));
+    picture.summary.insert(QLatin1String(Keys::BytesAvailable), qulonglong(available));
+    picture.summary.insert(QLatin1String(Keys::BytesUsed), qulonglong(total - free));
 
     for (auto it = partitionsByDrive.cbegin(); it != partitionsByDrive.cend(); ++it) {
         QVariantMap drive;
@@ -87,21 +87,22 @@ ExternalDrives::Picture ExternalDrives::buildPicture(const QVector<Partition> &p
                                               + QLatin1Char(' ')
                                               + partDrive.value(QLatin1String(DriveKeys::Model)).toString())
                                               .trimmed();
-            drive.insert(DriveName, driveName);
-            drive.insert(DriveType, driveType(partDrive.value(QLatin1String(DriveKeys::ConnectionBus)).toInt()));
+            drive.insert(QLatin1String(Keys::DriveName), driveName);
+            const int connectionBus = partDrive.value(QLatin1String(DriveKeys::ConnectionBus)).toInt();
+            drive.insert(QLatin1String(Keys::DriveType), driveType(connectionBus));
 
             const qint64 partTotal = part.bytesTotal();
             partitionsInfo.append({
-                {PartitionName, part.deviceLabel()},
-                {MountPoint, part.mountPath()},
-                {PartitionLabel, part.partitionLabel()},
-                {DriveName, driveName},
-                {BytesTotal, partTotal},
-                {BytesUsed, partTotal - part.bytesFree()},
-                {BytesAvailable, part.bytesAvailable()},
+                {QLatin1String(Keys::PartitionName), part.deviceLabel()},
+                {QLatin1String(Keys::MountPoint), part.mountPath()},
+                {QLatin1String(Keys::PartitionLabel), part.partitionLabel()},
+                {QLatin1String(Keys::DriveName), driveName},
+                {QLatin1String(Keys::BytesTotal), partTotal},
+                {QLatin1String(Keys::BytesUsed), partTotal - part.bytesFree()},
+                {QLatin1String(Keys::BytesAvailable), part.bytesAvailable()},
             });
         }
-        drive.insert(PartitionsInfo, QVariant::fromValue(partitionsInfo));
+        drive.insert(QLatin1String(Keys::PartitionsInfo), QVariant::fromValue(partitionsInfo));
         picture.drives.insert(it.key(), drive);
     }
     return picture;

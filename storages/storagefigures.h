@@ -2,13 +2,32 @@
 #ifndef PLINTHD_STORAGEFIGURES_H
 #define PLINTHD_STORAGEFIGURES_H
 
+#include <mapkeys.h>
+
 #include <QString>
 #include <QVector>
 
 #include <optional>
 
 // The figures the storage queries compute, typed. They become the maps of the
-// bus only in StorageMaps, which alone spells their keys.
+// bus only in StorageMaps. (The external drives and the system categories are
+// put in their maps where they are summed, by ExternalDrives and
+// SystemStorageCategories.) Every key comes from mapkeys.h.
+
+// The folders of a user's home that the breakdown measures, in the order of
+// UserBreakdown::folderBytes: the folder's name, and the key of its figure.
+struct UserFolder
+{
+    const char *name;
+    const char *key;
+};
+constexpr UserFolder UserFolders[] = {
+    {"Pictures", Plinth::Keys::BytesUsedPictures},
+    {"Videos", Plinth::Keys::BytesUsedVideos},
+    {"Music", Plinth::Keys::BytesUsedMusic},
+    {"Documents", Plinth::Keys::BytesUsedDocuments},
+    {"Downloads", Plinth::Keys::BytesUsedDownloads},
+};
 
 // Used, total and available bytes: of a set of partitions, or of one user's
 // share of the user partition once the user's breakdown is made.
@@ -41,7 +60,7 @@ struct UserBreakdown
         Held
     };
 
-    QVector<quint64> folderBytes; // in the order of FigureKeys::userFolders()
+    QVector<quint64> folderBytes; // in the order of UserFolders
     quint64 otherBytes = 0;       // the user's files under /home outside those folders
     OtherUsers otherUsers = OtherUsers::NotTold;
     quint64 otherUsersBytes = 0;  // with OtherUsers::Held

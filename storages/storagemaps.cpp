@@ -1,16 +1,19 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "storagemaps.h"
 
-#include "figurekeys.h"
-#include "storagekeys.h"
+#include <mapkeys.h>
+
+#include <iterator>
+
+using namespace Plinth;
 
 namespace {
 
 void insertSpace(QVariantMap &map, const SpaceFigures &space)
 {
-    map[StorageKeys::BytesTotal] = qulonglong(space.total);
-    map[StorageKeys::BytesUsed] = qulonglong(space.used);
-    map[StorageKeys::BytesAvailable] = qulonglong(space.available);
+    map[QLatin1String(Keys::BytesTotal)] = qulonglong(space.total);
+    map[QLatin1String(Keys::BytesUsed)] = qulonglong(space.used);
+    map[QLatin1String(Keys::BytesAvailable)] = qulonglong(space.available);
 }
 
 } // namespace
@@ -21,23 +24,23 @@ QVariantMap partitionSummary(const PartitionSummary &summary)
 {
     QVariantMap map;
     insertSpace(map, summary.space);
-    map[FigureKeys::FilesystemType] = summary.filesystemType;
-    map[StorageKeys::DeviceLabel] = summary.label;
+    map[QLatin1String(Keys::FilesystemType)] = summary.filesystemType;
+    map[QLatin1String(Keys::DeviceLabel)] = summary.label;
     return map;
 }
 
 void addUserBreakdown(QVariantMap &map, const UserBreakdown &breakdown)
 {
-    const QStringList &folders = FigureKeys::userFolders();
-    for (int i = 0; i < folders.size() && i < breakdown.folderBytes.size(); ++i)
-        map[FigureKeys::bytesUsedFor(folders.at(i))] = qulonglong(breakdown.folderBytes.at(i));
-    map[FigureKeys::bytesUsedOther()] = qulonglong(breakdown.otherBytes);
+    const int folders = int(std::size(UserFolders));
+    for (int i = 0; i < folders && i < breakdown.folderBytes.size(); ++i)
+        map[QLatin1String(UserFolders[i].key)] = qulonglong(breakdown.folderBytes.at(i));
+    map[QLatin1String(Keys::BytesUsedOther)] = qulonglong(breakdown.otherBytes);
     switch (breakdown.otherUsers) {
     case UserBreakdown::OtherUsers::SoleUser:
-        map[FigureKeys::bytesUsedOtherUsers()] = qlonglong(0);
+        map[QLatin1String(Keys::BytesUsedOtherUsers)] = qlonglong(0);
         break;
     case UserBreakdown::OtherUsers::Held:
-        map[FigureKeys::bytesUsedOtherUsers()] = qulonglong(breakdown.otherUsersBytes);
+        map[QLatin1String(Keys::BytesUsedOtherUsers)] = qulonglong(breakdown.otherUsersBytes);
         break;
     case UserBreakdown::OtherUsers::NotTold:
         break;
@@ -48,9 +51,9 @@ void addUserBreakdown(QVariantMap &map, const UserBreakdown &breakdown)
 QVariantMap userQuota(const UserQuota &quota)
 {
     return {
-        {FigureKeys::QuotaIsSet, quota.isSet},
-        {FigureKeys::QuotaLimit, qulonglong(quota.limit)},
-        {FigureKeys::QuotaAvailable, qulonglong(quota.available)},
+        {QLatin1String(Keys::QuotaIsSet), quota.isSet},
+        {QLatin1String(Keys::QuotaLimit), qulonglong(quota.limit)},
+        {QLatin1String(Keys::QuotaAvailable), qulonglong(quota.available)},
     };
 }
 

@@ -7,7 +7,7 @@
 #include <QVariantMap>
 
 // The bus edge of the storage figures: the one place that turns them into the
-// maps clients receive, with the keys and the D-Bus types ("t" for sizes, the
+// maps clients receive, with the keys of mapkeys.h and the D-Bus types ("t" for sizes, the
 // one signed "x" where clients expect it) they have always had.
 namespace StorageMaps {
 QVariantMap partitionSummary(const PartitionSummary &summary);

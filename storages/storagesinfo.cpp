@@ -3,13 +3,11 @@
 
 #include "deviceusers.h"
 #include "externaldrives.h"
-#include "figurekeys.h"
 #include "foldersizes.h"
 #include "folderwatches.h"
 #include "kernelquotasource.h"
 #include "logging.h"
 #include "packagesizes.h"
-#include "storagekeys.h"
 #include "storagemaps.h"
 #include "systemstoragecategories.h"
 #include "userquotareport.h"
@@ -146,11 +144,11 @@ PartitionSummary StoragesInfo::summarise(Summary kind, const CurrentUser &user)
             storage.setPath(partition.mountPath());
             total += storage.bytesTotal();
             available += storage.bytesAvailable();
-            summary.label = FigureKeys::InternalMemoryLabel;
+            summary.label = QStringLiteral("internal memory");
         } else {
             total += partition.bytesTotalLimit();
             available += partition.bytesAvailable();
-            summary.label = QStringLiteral("%1 %2").arg(currentUserName(user), FigureKeys::PartitionWord);
+            summary.label = QStringLiteral("%1 partition").arg(currentUserName(user));
         }
         summary.filesystemType = partition.filesystemType();
     }

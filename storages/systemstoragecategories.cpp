@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "systemstoragecategories.h"
 
-#include "figurekeys.h"
 #include "foldersizes.h"
 #include "packagesizes.h"
-#include "storagekeys.h"
+
+#include <mapkeys.h>
 
 #include <QStorageInfo>
+
+using namespace Plinth;
 
 SystemStorageCategories::SystemStorageCategories(FolderSizes &folders, PackageSizes &packages)
     : m_folders(folders), m_packages(packages)
@@ -20,9 +22,9 @@ QVariantMap SystemStorageCategories::measure() const
     // and keeps the figures of its first reading for good.
     const QStorageInfo root(QStringLiteral("/"));
     const quint64 used = quint64(root.bytesTotal()) - quint64(root.bytesAvailable());
-    map[StorageKeys::BytesAvailable] = qulonglong(root.bytesAvailable());
-    map[StorageKeys::BytesTotal] = qulonglong(root.bytesTotal());
-    map[StorageKeys::BytesUsed] = qulonglong(used);
+    map[QLatin1String(Keys::BytesAvailable)] = qulonglong(root.bytesAvailable());
+    map[QLatin1String(Keys::BytesTotal)] = qulonglong(root.bytesTotal());
+    map[QLatin1String(Keys::BytesUsed)] = qulonglong(used);
 
     const quint64 apps = m_packages.sum(QStringLiteral("tarn-*"));
     const quint64 debug = m_packages.sum(QStringLiteral("*-debuginfo"));
@@ -36,11 +38,11 @@ QVariantMap SystemStorageCategories::measure() const
     // 64-bit arithmetic, which a clamp at zero would break.
     const quint64 other = used - apps - debug - sdk - dumps - logs;
 
-    map[FigureKeys::bytesUsedFor(QStringLiteral("Apps"))] = qulonglong(apps);
-    map[FigureKeys::bytesUsedFor(QStringLiteral("DebugInfo"))] = qulonglong(debug);
-    map[FigureKeys::bytesUsedFor(QStringLiteral("SDK"))] = qulonglong(sdk);
-    map[FigureKeys::bytesUsedFor(QStringLiteral("CoreDumps"))] = qulonglong(dumps);
-    map[FigureKeys::bytesUsedFor(QStringLiteral("SystemLogs"))] = qulonglong(logs);
-    map[FigureKeys::bytesUsedOther()] = qulonglong(other);
+    map[QLatin1String(Keys::BytesUsedApps)] = qulonglong(apps);
+    map[QLatin1String(Keys::BytesUsedDebugInfo)] = qulonglong(debug);
+    map[QLatin1String(Keys::BytesUsedSDK)] = qulonglong(sdk);
+    map[QLatin1String(Keys::BytesUsedCoreDumps)] = qulonglong(dumps);
+    map[QLatin1String(Keys::BytesUsedSystemLogs)] = qulonglong(logs);
+    map[QLatin1String(Keys::BytesUsedOther)] = qulonglong(other);
     return map;
 }

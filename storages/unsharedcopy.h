@@ -7,13 +7,13 @@
 // A copy of a storage answer that shares no data with the value it was made
 // from: maps, lists and strings are copied down to their last element.
 //
-// A worker's answer shares its strings and maps with what the workers keep
-// (the published drive picture, the partition list), which a later
-// computation replaces and frees. The main thread drops its references to the
-// answer inside Qt's own code (QtDBus and QVariant are not built with
-// ThreadSanitizer), so the tool cannot see that the main thread was done
-// before the free, and reports a race that is none. Answers are small maps;
-// copying them once on the worker costs far less than a D-Bus reply.
+// A worker's answer shares its strings with what the workers keep (the
+// partition manager's list, whose labels and paths a later scan replaces and
+// frees). The main thread drops its references to the answer inside Qt's own
+// code (QtDBus and QVariant are not built with ThreadSanitizer), so the tool
+// cannot see that the main thread was done before the free, and reports a
+// race that is none. Answers are small maps; copying them once on the worker
+// costs far less than a D-Bus reply.
 namespace UnsharedCopy {
 
 QVariant of(const QVariant &value);

@@ -2,7 +2,6 @@
 #include "userstoragebreakdown.h"
 
 #include "deviceusers.h"
-#include "figurekeys.h"
 #include "foldersizes.h"
 #include "logging.h"
 #include "quotasource.h"
@@ -43,8 +42,8 @@ UserBreakdown UserStorageBreakdown::measure(uint uid, const SpaceFigures &partit
     UserBreakdown breakdown;
     qint64 folderSum = 0;
     QSet<QString> excluded;
-    for (const QString &folder : FigureKeys::userFolders()) {
-        const QString path = home + QLatin1Char('/') + folder;
+    for (const UserFolder &folder : UserFolders) {
+        const QString path = home + QLatin1Char('/') + QLatin1String(folder.name);
         const qint64 size = m_folders.size(path, uid);
         breakdown.folderBytes.append(quint64(size));
         folderSum += size;

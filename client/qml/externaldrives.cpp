@@ -3,6 +3,7 @@
 
 #include "daemonlink.h"
 
+#include <plinth/mapkeys.h>
 #include <plinth/plainvalue.h>
 #include <plinth/storages.h>
 
@@ -12,8 +13,8 @@ namespace PlinthQml {
 
 namespace {
 
-const QString NameKey = QStringLiteral("driveName");
-const QString TypeKey = QStringLiteral("driveType");
+const QString NameKey = QLatin1String(Plinth::Keys::DriveName);
+const QString TypeKey = QLatin1String(Plinth::Keys::DriveType);
 
 QString baseKey(const QVariantMap &drive)
 {
@@ -38,7 +39,7 @@ QVector<KeyedListModel::Entry> entriesOf(const QVariantList &drives)
 } // namespace
 
 ExternalDrives::ExternalDrives(QObject *parent)
-    : KeyedListModel({NameKey, TypeKey, QStringLiteral("partitionsInfo")}, parent)
+    : KeyedListModel({NameKey, TypeKey, QLatin1String(Plinth::Keys::PartitionsInfo)}, parent)
     , m_storages(new Plinth::Storages(QDBusConnection::systemBus(), this))
 {
 }

@@ -3,6 +3,7 @@
 
 #include "daemonlink.h"
 
+#include <plinth/mapkeys.h>
 #include <plinth/plainvalue.h>
 #include <plinth/sim.h>
 
@@ -14,9 +15,9 @@ namespace PlinthQml {
 
 namespace {
 
-const QString NameKey = QStringLiteral("simName");
-const QString DataKey = QStringLiteral("preferredDataTransfer");
-const QString VoiceKey = QStringLiteral("preferredVoiceCall");
+const QString NameKey = QLatin1String(Plinth::Keys::SimName);
+const QString DataKey = QLatin1String(Plinth::Keys::PreferredDataTransfer);
+const QString VoiceKey = QLatin1String(Plinth::Keys::PreferredVoiceCall);
 
 QVariantList cardMaps(const Plinth::SimCardList &cards)
 {
@@ -29,7 +30,9 @@ QVariantList cardMaps(const Plinth::SimCardList &cards)
 } // namespace
 
 SimCards::SimCards(QObject *parent)
-    : KeyedListModel({NameKey, QStringLiteral("operatorName"), QStringLiteral("enabled"), DataKey, VoiceKey}, parent)
+    : KeyedListModel({NameKey, QLatin1String(Plinth::Keys::OperatorName), QLatin1String(Plinth::Keys::Enabled), DataKey,
+                      VoiceKey},
+                     parent)
     , m_sim(new Plinth::Sim(QDBusConnection::systemBus(), this))
 {
 }

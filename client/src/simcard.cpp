@@ -3,31 +3,33 @@
 
 #include "answerreader.h"
 
+#include <plinth/mapkeys.h>
+
 namespace Plinth {
 
 QString SimCard::name() const
 {
-    return text(QStringLiteral("simName"));
+    return text(QLatin1String(Keys::SimName));
 }
 
 QString SimCard::operatorName() const
 {
-    return text(QStringLiteral("operatorName"));
+    return text(QLatin1String(Keys::OperatorName));
 }
 
 bool SimCard::isEnabled() const
 {
-    return flag(QStringLiteral("enabled"));
+    return flag(QLatin1String(Keys::Enabled));
 }
 
 bool SimCard::isPreferredForData() const
 {
-    return flag(QStringLiteral("preferredDataTransfer"));
+    return flag(QLatin1String(Keys::PreferredDataTransfer));
 }
 
 bool SimCard::isPreferredForVoice() const
 {
-    return flag(QStringLiteral("preferredVoiceCall"));
+    return flag(QLatin1String(Keys::PreferredVoiceCall));
 }
 
 const QDBusArgument &operator>>(const QDBusArgument &argument, SimCard &card)

@@ -3,116 +3,113 @@
 
 #include "answerreader.h"
 
+#include <plinth/mapkeys.h>
+
 #include <limits>
 
 namespace Plinth {
 
 namespace {
 
-const QString &bytesUsedKey()
+QString key(const char *name)
 {
-    static const QString key = QStringLiteral("bytesUsed");
-    return key;
-}
-
-// Category keys are "bytesUsed" followed by the category's word.
-QString bytesUsedKey(const char *category)
-{
-    return bytesUsedKey() + QLatin1String(category);
+    return QLatin1String(name);
 }
 
 } // namespace
 
 quint64 StorageFigures::bytesTotal() const
 {
-    return unsignedSize(QStringLiteral("bytesTotal"));
+    return unsignedSize(key(Keys::BytesTotal));
 }
 
 quint64 StorageFigures::bytesUsed() const
 {
-    return unsignedSize(bytesUsedKey());
+    return unsignedSize(key(Keys::BytesUsed));
 }
 
 quint64 StorageFigures::bytesAvailable() const
 {
-    return unsignedSize(QStringLiteral("bytesAvailable"));
+    return unsignedSize(key(Keys::BytesAvailable));
 }
 
 QString InternalStorage::filesystemType() const
 {
-    return text(QStringLiteral("filesystemType"));
+    return text(key(Keys::FilesystemType));
 }
 
 QString InternalStorage::deviceLabel() const
 {
-    return text(QStringLiteral("deviceLabel"));
+    return text(key(Keys::DeviceLabel));
 }
 
 bool UserPartition::hasBreakdown() const
 {
-    return contains(bytesUsedKey("Pictures"));
+    return contains(key(Keys::BytesUsedPictures));
 }
 
 quint64 UserPartition::bytesUsedIn(Folder folder) const
 {
-    static const char *const words[] = {"Pictures", "Videos", "Music", "Documents", "Downloads"};
-    return unsignedSize(bytesUsedKey(words[folder]));
+    static const char *const keys[] = {Keys::BytesUsedPictures, Keys::BytesUsedVideos, Keys::BytesUsedMusic,
+                                       Keys::BytesUsedDocuments, Keys::BytesUsedDownloads};
+    return unsignedSize(key(keys[folder]));
 }
 
 quint64 UserPartition::bytesUsedOther() const
 {
-    return unsignedSize(bytesUsedKey("Other"));
+    return unsignedSize(key(Keys::BytesUsedOther));
 }
 
 bool UserPartition::hasOtherUsers() const
 {
-    return contains(bytesUsedKey("OtherUsers"));
+    return contains(key(Keys::BytesUsedOtherUsers));
 }
 
 quint64 UserPartition::bytesUsedOtherUsers() const
 {
-    return unsignedSize(bytesUsedKey("OtherUsers"));
+    return unsignedSize(key(Keys::BytesUsedOtherUsers));
 }
 
 quint64 SystemStorage::bytesUsedBy(Category category) const
 {
-    static const char *const words[] = {"Apps", "DebugInfo", "SDK", "CoreDumps", "SystemLogs"};
-    return unsignedSize(bytesUsedKey(words[category]));
+    static const char *const keys[] = {Keys::BytesUsedApps, Keys::BytesUsedDebugInfo, Keys::BytesUsedSDK,
+                                       Keys::BytesUsedCoreDumps, Keys::BytesUsedSystemLogs};
+    return unsignedSize(key(keys[category]));
 }
 
 bool SystemStorage::categoriesExceedUsed() const
 {
-    return unsignedSize(bytesUsedKey("Other")) > quint64(std::numeric_limits<qint64>::max());
+    return unsignedSize(key(Keys::BytesUsedOther)) > quint64(std::numeric_limits<qint64>::max());
 }
 
 quint64 SystemStorage::bytesUsedOther() const
 {
-    return categoriesExceedUsed() ? 0 : unsignedSize(bytesUsedKey("Other"));
+    return categoriesExceedUsed() ? 0 : unsignedSize(key(Keys::BytesUsedOther));
 }
 
 QString ExternalStorageSummary::deviceLabel() const
 {
-    return text(QStringLiteral("deviceLabel"));
+    return text(key(Keys::DeviceLabel));
 }
 
 bool ExternalStorageSummary::isMounted() const
 {
-    return flag(QStringLiteral("mounted"));
+    return flag(key(Keys::Mounted));
 }
 
 uint ExternalStorageSummary::countMountedPartitions() const
 {
-    return count(QStringLiteral("countMountedPartitions"));
+    return count(key(Keys::CountMountedPartitions));
 }
 
 QString ExternalPartition::name() const
 {
-    return text(QStringLiteral("partitionName"));
+    return text(key(Keys::PartitionName));
 }
 
 QString ExternalPartition::mountPoint() const
 {
-    return text(QStringLiteral("mountPoint"));
+    return text(key(Keys::MountPoint));
 }
 
 bool ExternalPartition::isMounted() const
@@ -122,47 +119,47 @@ bool ExternalPartition::isMounted() const
 
 QString ExternalPartition::partitionLabel() const
 {
-    return text(QStringLiteral("partitionLabel"));
+    return text(key(Keys::PartitionLabel));
 }
 
 QString ExternalPartition::driveName() const
 {
-    return text(QStringLiteral("driveName"));
+    return text(key(Keys::DriveName));
 }
 
 qint64 ExternalPartition::bytesTotal() const
 {
-    return signedSize(QStringLiteral("bytesTotal"));
+    return signedSize(key(Keys::BytesTotal));
 }
 
 qint64 ExternalPartition::bytesUsed() const
 {
-    return signedSize(bytesUsedKey());
+    return signedSize(key(Keys::BytesUsed));
 }
 
 qint64 ExternalPartition::bytesAvailable() const
 {
-    return signedSize(QStringLiteral("bytesAvailable"));
+    return signedSize(key(Keys::BytesAvailable));
 }
 
 QString ExternalDrive::name() const
 {
-    return text(QStringLiteral("driveName"));
+    return text(key(Keys::DriveName));
 }
 
 QString ExternalDrive::connectionName() const
 {
-    return text(QStringLiteral("driveType"));
+    return text(key(Keys::DriveType));
 }
 
 ExternalDrive::Connection ExternalDrive::connection() const
 {
     const QString name = connectionName();
-    if (name == QLatin1String("SD"))
+    if (name == QLatin1String(DriveTypes::SD))
         return SD;
-    if (name == QLatin1String("USB"))
+    if (name == QLatin1String(DriveTypes::USB))
         return USB;
-    if (name == QLatin1String("IEEE1394"))
+    if (name == QLatin1String(DriveTypes::IEEE1394))
         return IEEE1394;
     return Unknown;
 }
@@ -170,7 +167,7 @@ ExternalDrive::Connection ExternalDrive::connection() const
 QList<ExternalPartition> ExternalDrive::partitions() const
 {
     QList<ExternalPartition> result;
-    const QVariantList entries = values().value(QStringLiteral("partitionsInfo")).toList();
+    const QVariantList entries = values().value(key(Keys::PartitionsInfo)).toList();
     for (const QVariant &entry : entries)
         result.append(ExternalPartition(entry.toMap()));
     return result;
@@ -178,17 +175,17 @@ QList<ExternalPartition> ExternalDrive::partitions() const
 
 bool UserQuota::isSet() const
 {
-    return flag(QStringLiteral("quotaIsSet"));
+    return flag(key(Keys::QuotaIsSet));
 }
 
 quint64 UserQuota::limit() const
 {
-    return unsignedSize(QStringLiteral("quotaLimit"));
+    return unsignedSize(key(Keys::QuotaLimit));
 }
 
 quint64 UserQuota::available() const
 {
-    return unsignedSize(QStringLiteral("quotaAvailable"));
+    return unsignedSize(key(Keys::QuotaAvailable));
 }
 
 const QDBusArgument &operator>>(const QDBusArgument &argument, InternalStorage &answer)

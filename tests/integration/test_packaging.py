@@ -156,8 +156,8 @@ class InstallTest(unittest.TestCase):
             self.qml_dir() + '/qmldir',
             self.qml_dir() + '/plugins.qmltypes',
         ] + [p + '/include/plinth-qt5/plinth/' + name for name in (
-            'answer.h', 'daemon.h', 'daemonobject.h', 'features.h', 'global.h', 'plainvalue.h', 'plinth.h', 'sim.h',
-            'simcard.h', 'storages.h', 'storagetypes.h',
+            'answer.h', 'daemon.h', 'daemonobject.h', 'features.h', 'global.h', 'mapkeys.h', 'plainvalue.h', 'plinth.h',
+            'sim.h', 'simcard.h', 'storages.h', 'storagetypes.h',
         )] + [p + '/share/doc/plinthd/' + name for name in (
             'README.md', 'features.md', 'sim.md', 'storages.md', 'client-library.md', 'qml.md',
             'examples/README.md', 'examples/qml/summary.qml', 'examples/qml/storage.qml',

@@ -9,6 +9,9 @@ map has a key table; every member of the interfaces the daemon listens to
 (the rest of dbus/) is named in the pages; the manual page made from the
 pages at build time is the one the pages make now, and renders. Which keys
 the daemon really sends, and with which types, is test_reference_keys.py.
+The table of keys in dbus/mapkeys.h, from which the daemon, the client
+library, its QML module and plinthctl take the keys' names, holds exactly the
+keys the pages document, and the drive types the pages name.
 """
 
 import os
@@ -77,7 +80,7 @@ class MembersTest(unittest.TestCase):
 
     def test_every_description_is_covered(self):
         published = {'org.norvu.plinth.%s.xml' % name for name in INTERFACES}
-        self.assertEqual(set(os.listdir(os.path.join(SOURCE_DIR, 'dbus'))) - {'CMakeLists.txt'},
+        self.assertEqual({name for name in os.listdir(os.path.join(SOURCE_DIR, 'dbus')) if name.endswith('.xml')},
                          published | set(CONSUMED))
         # What the daemon listens to is named where it matters to a client.
         text = ''.join('\n'.join(page.lines) for page in self.pages)
@@ -147,6 +150,23 @@ class MembersTest(unittest.TestCase):
                     self.assertTrue(types, key)
                     for signature in types:
                         self.assertRegex(signature, SIGNATURE, key)
+
+    def test_the_key_table_is_the_documented_keys(self):
+        with open(os.path.join(SOURCE_DIR, 'dbus', 'mapkeys.h')) as f:
+            text = f.read()
+        table = {}
+        for name in ('Keys', 'DriveTypes'):
+            body = re.search(r'namespace %s \{\n(.*?)\n\} // namespace %s' % (name, name), text, re.S).group(1)
+            table[name] = re.findall(r'constexpr char \w+\[\] = "([^"]*)";', body)
+        self.assertEqual(sorted(table['Keys']), sorted(set(table['Keys'])), 'a key is in the table twice')
+        documented = set()
+        for _, keys, _, _ in reference.key_tables(self.pages):
+            documented |= set(keys)
+        self.assertEqual(set(table['Keys']), documented)
+        drive_type_rows = [line for page in self.pages for line in page.lines if line.startswith('| `driveType`')]
+        self.assertTrue(drive_type_rows)
+        for row in drive_type_rows:
+            self.assertEqual(set(re.findall(r'`(\w+)`', reference.split_row(row)[3])), set(table['DriveTypes']))
 
 
 class QmlPageTest(unittest.TestCase):

@@ -4,7 +4,7 @@
 
 The daemon is built with its test hooks: the statvfs() of one mount path
 waits on a FIFO of the test (PLINTHD_TEST_STALL_MOUNT, PLINTHD_TEST_STALL_GATE,
-platform/linux/filesystemprobe.h), as the call would on a card that stopped
+platform/storage/filesystemprobe.h), as the call would on a card that stopped
 answering. Mounting the recorded SD card's first partition there starts a
 rescan that stalls in that call. Meanwhile Features and SIM must answer at
 once, and once the medium is let go the drive signals must go out as they

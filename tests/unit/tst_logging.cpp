@@ -5,7 +5,10 @@
 #include "folderwatches.h"
 #include "logging.h"
 
-#include <platformlogging.h>
+#include <accesspolicylogging.h>
+#include <settingslogging.h>
+#include <storagelogging.h>
+#include <telephonylogging.h>
 
 #include <QDir>
 #include <QDirIterator>

@@ -6,8 +6,9 @@
 #include <aboutsettings.h>
 #include <batterystatus.h>
 #include <deviceinfo.h>
+#include <devicetree.h>
 #include <filecontent.h>
-#include <kernelfiles.h>
+#include <osrelease.h>
 
 #include "mountnamespace.h"
 
@@ -149,7 +150,7 @@ private slots:
     {
         QFETCH(QByteArray, text);
         QFETCH(QString, value);
-        QCOMPARE(KernelFiles::osReleaseValue(text, "VERSION_ID"), value);
+        QCOMPARE(OsRelease::value(text, "VERSION_ID"), value);
     }
 
     void osReleaseOfHostileText()
@@ -157,18 +158,18 @@ private slots:
         QByteArray noise;
         for (int i = 0; i < 256; ++i)
             noise.append(char(i));
-        QCOMPARE(KernelFiles::osReleaseValue(noise.repeated(1000), "VERSION_ID"), QString());
+        QCOMPARE(OsRelease::value(noise.repeated(1000), "VERSION_ID"), QString());
         const QByteArray huge = "VERSION_ID=\"" + QByteArray(1 << 20, 'x') + "\"\nVERSION_ID=3\n";
-        QCOMPARE(KernelFiles::osReleaseValue(huge, "VERSION_ID"), QStringLiteral("3"));
-        QCOMPARE(KernelFiles::osReleaseValue(QByteArray("VERSION_ID=\"") + QByteArray(1 << 20, '\\'), "VERSION_ID"),
+        QCOMPARE(OsRelease::value(huge, "VERSION_ID"), QStringLiteral("3"));
+        QCOMPARE(OsRelease::value(QByteArray("VERSION_ID=\"") + QByteArray(1 << 20, '\\'), "VERSION_ID"),
                  QString());
     }
 
-    void cutAtNul()
+    void deviceTreeFirstString()
     {
-        QCOMPARE(KernelFiles::cutAtNul(QByteArray("a\0b", 3)), QByteArray("a"));
-        QCOMPARE(KernelFiles::cutAtNul(QByteArray("ab")), QByteArray("ab"));
-        QCOMPARE(KernelFiles::cutAtNul(QByteArray("\0", 1)), QByteArray(""));
+        QCOMPARE(DeviceTree::firstString(QByteArray("a\0b", 3)), QByteArray("a"));
+        QCOMPARE(DeviceTree::firstString(QByteArray("ab")), QByteArray("ab"));
+        QCOMPARE(DeviceTree::firstString(QByteArray("\0", 1)), QByteArray(""));
     }
 
     void readTellsMissingFromEmpty()

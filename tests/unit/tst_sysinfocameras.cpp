@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "sysinfo.h"
 
-#include <accesspolicy.h>
+#include <policymanager.h>
 
 #include "mountnamespace.h"
 
@@ -63,14 +63,14 @@ void TestSysInfoCameras::useCameras(const QByteArray &description)
 void TestSysInfoCameras::startManager()
 {
     m_manager = QDBusConnection::connectToBus(QDBusConnection::SystemBus, QStringLiteral("policy-manager"));
-    QVERIFY(m_manager.registerService(QLatin1String(Brisa::AccessPolicy::ServiceName)));
+    QVERIFY(m_manager.registerService(QLatin1String(PolicyManager::ServiceName)));
 }
 
 void TestSysInfoCameras::announcePolicyChange()
 {
-    QVERIFY(m_manager.send(QDBusMessage::createSignal(QLatin1String(Brisa::AccessPolicy::ObjectPath),
-                                                      QLatin1String(Brisa::AccessPolicy::InterfaceName),
-                                                      QLatin1String(Brisa::AccessPolicy::CameraAccessChangedSignal))));
+    QVERIFY(m_manager.send(QDBusMessage::createSignal(QLatin1String(PolicyManager::ObjectPath),
+                                                      QLatin1String(PolicyManager::InterfaceName),
+                                                      QLatin1String(PolicyManager::CameraAccessChangedSignal))));
 }
 
 // A camera at 0 megapixels is measured again on every policy change: each

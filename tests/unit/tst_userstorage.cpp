@@ -6,7 +6,6 @@
 #include "deviceusers.h"
 #include "mountnamespace.h"
 #include "testfiles.h"
-#include "figurekeys.h"
 #include "foldersizes.h"
 #include "folderwatches.h"
 #include "quotasource.h"
@@ -237,8 +236,8 @@ private slots:
         quotas.softLimits[4242] = 0;
         const SpaceFigures partition = space(10000, 50000, 40000);
         const QVariantMap map = breakdownMap(quotas, 4242, partition);
-        for (const QString &folder : FigureKeys::userFolders())
-            QCOMPARE(map.value("bytesUsed" + folder), QVariant(qulonglong(0)));
+        for (const UserFolder &folder : UserFolders)
+            QCOMPARE(map.value(QLatin1String("bytesUsed") + QLatin1String(folder.name)), QVariant(qulonglong(0)));
         QCOMPARE(map.value("bytesUsedOther"), QVariant(qulonglong(0)));
         QCOMPARE(map.value("bytesUsed"), QVariant(qulonglong(0)));
         QCOMPARE(map.value("bytesTotal"), QVariant(qulonglong(40000)));

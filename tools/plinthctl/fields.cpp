@@ -3,6 +3,8 @@
 
 #include "sizeformat.h"
 
+#include <plinth/mapkeys.h>
+
 #include <QHash>
 #include <QStringList>
 #include <QVector>
@@ -14,6 +16,8 @@ namespace PlinthCtl {
 namespace Fields {
 
 namespace {
+
+using namespace Plinth;
 
 // Below this figure a number is the daemon's way of saying "not known".
 const quint64 allNumbersKnown = 0;
@@ -31,7 +35,8 @@ struct FieldInfo
 };
 
 // Names are those of the answers: the out-argument names of the Features
-// methods, its property names, and the keys of the SIM and storage maps.
+// methods, its property names, and the keys of the SIM and storage maps
+// (<plinth/mapkeys.h>).
 struct NamedField
 {
     QString name;
@@ -72,42 +77,40 @@ const QVector<NamedField> &fieldTable()
         {QStringLiteral("fontNames"), {"Font files", Kind::Plain, Group::Fonts}},
         {QStringLiteral("fontFamilyNames"), {"Font families", Kind::Plain, Group::Fonts}},
         // SIM cards
-        {QStringLiteral("simName"), {"Name", Kind::Plain, Group::Other}},
-        {QStringLiteral("operatorName"), {"Operator", Kind::Plain, Group::Other}},
-        {QStringLiteral("enabled"), {"Present", Kind::Plain, Group::Other}},
-        {QStringLiteral("preferredDataTransfer"), {"Preferred for data", Kind::Plain, Group::Other}},
-        {QStringLiteral("preferredVoiceCall"), {"Preferred for calls", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::SimName), {"Name", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::OperatorName), {"Operator", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::Enabled), {"Present", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::PreferredDataTransfer), {"Preferred for data", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::PreferredVoiceCall), {"Preferred for calls", Kind::Plain, Group::Other}},
         // Storage: what it is, then its figures, then what fills it
-        {QStringLiteral("deviceLabel"), {"Label", Kind::Plain, Group::Other}},
-        {QStringLiteral("driveName"), {"Drive", Kind::Plain, Group::Other}},
-        {QStringLiteral("driveType"), {"Connection", Kind::Plain, Group::Other}},
-        {QStringLiteral("partitionName"), {"Name", Kind::Plain, Group::Other}},
-        {QStringLiteral("partitionLabel"), {"Partition label", Kind::Plain, Group::Other}},
-        {QStringLiteral("deviceName"), {"Device", Kind::Plain, Group::Other}},
-        {QStringLiteral("mountPoint"), {"Mount point", Kind::Plain, Group::Other}},
-        {QStringLiteral("filesystemType"), {"File system", Kind::Plain, Group::Other}},
-        {QStringLiteral("mounted"), {"Mounted", Kind::Plain, Group::Other}},
-        {QStringLiteral("countMountedPartitions"), {"Mounted partitions", Kind::Plain, Group::Other}},
-        {QStringLiteral("bytesTotal"), {"Total", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsed"), {"Used", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesAvailable"), {"Available", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesFree"), {"Free", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedPictures"), {"Used by pictures", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedVideos"), {"Used by videos", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedMusic"), {"Used by music", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedDocuments"), {"Used by documents", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedDownloads"), {"Used by downloads", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedApps"), {"Used by apps", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedDebugInfo"), {"Used by debug info", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedSDK"), {"Used by SDK", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedCoreDumps"), {"Used by core dumps", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedSystemLogs"), {"Used by system logs", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedOther"), {"Used by other files", Kind::Bytes, Group::Other}},
-        {QStringLiteral("bytesUsedOtherUsers"), {"Used by other users", Kind::Bytes, Group::Other}},
-        {QStringLiteral("quotaIsSet"), {"Quota set", Kind::Plain, Group::Other}},
-        {QStringLiteral("quotaLimit"), {"Quota limit", Kind::Bytes, Group::Other}},
-        {QStringLiteral("quotaAvailable"), {"Quota available", Kind::Bytes, Group::Other}},
-        {QStringLiteral("partitionsInfo"), {"Partitions", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::DeviceLabel), {"Label", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::DriveName), {"Drive", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::DriveType), {"Connection", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::PartitionName), {"Name", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::PartitionLabel), {"Partition label", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::MountPoint), {"Mount point", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::FilesystemType), {"File system", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::Mounted), {"Mounted", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::CountMountedPartitions), {"Mounted partitions", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::BytesTotal), {"Total", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsed), {"Used", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesAvailable), {"Available", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedPictures), {"Used by pictures", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedVideos), {"Used by videos", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedMusic), {"Used by music", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedDocuments), {"Used by documents", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedDownloads), {"Used by downloads", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedApps), {"Used by apps", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedDebugInfo), {"Used by debug info", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedSDK), {"Used by SDK", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedCoreDumps), {"Used by core dumps", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedSystemLogs), {"Used by system logs", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedOther), {"Used by other files", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::BytesUsedOtherUsers), {"Used by other users", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::QuotaIsSet), {"Quota set", Kind::Plain, Group::Other}},
+        {QLatin1String(Keys::QuotaLimit), {"Quota limit", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::QuotaAvailable), {"Quota available", Kind::Bytes, Group::Other}},
+        {QLatin1String(Keys::PartitionsInfo), {"Partitions", Kind::Plain, Group::Other}},
     };
     return fields;
 }
@@ -131,7 +134,7 @@ const QHash<QString, IndexedField> &knownFields()
 
 const QString &bytesUsedPrefix()
 {
-    static const QString prefix = QStringLiteral("bytesUsed");
+    static const QString prefix = QLatin1String(Keys::BytesUsed);
     return prefix;
 }
 

@@ -3,6 +3,8 @@
 
 #include "fields.h"
 
+#include <plinth/mapkeys.h>
+
 #include <algorithm>
 
 namespace PlinthCtl {
@@ -11,9 +13,11 @@ namespace {
 
 const int indentStep = 2;
 
+using namespace Plinth;
+
 const QString &mountPointKey()
 {
-    static const QString key = QStringLiteral("mountPoint");
+    static const QString key = QLatin1String(Keys::MountPoint);
     return key;
 }
 
@@ -58,8 +62,8 @@ void TextReport::addMap(const QVariantMap &map, int depth)
     // offer: its figures (0 available, all of it used) are not facts about
     // its contents.
     const bool unmountedPartition = map.contains(mountPointKey()) && map.value(mountPointKey()).toString().isEmpty();
-    static const QStringList mountedOnly = {mountPointKey(), QStringLiteral("bytesAvailable"),
-                                            QStringLiteral("bytesUsed")};
+    static const QStringList mountedOnly = {mountPointKey(), QLatin1String(Keys::BytesAvailable),
+                                            QLatin1String(Keys::BytesUsed)};
     const QStringList names = Fields::displayOrder(map.keys());
     for (const QString &name : names) {
         if (unmountedPartition && mountedOnly.contains(name))
@@ -73,10 +77,10 @@ QString TextReport::itemTitle(const QVariantMap &item, const QString &noun, int 
 {
     // A partition entry also carries its drive's name, which would title
     // every partition of a drive alike.
-    static const QStringList partitionNamingKeys = {QStringLiteral("partitionName"), QStringLiteral("partitionLabel"),
-                                                    mountPointKey()};
-    static const QStringList namingKeys = {QStringLiteral("simName"), QStringLiteral("driveName"), mountPointKey(),
-                                           QStringLiteral("deviceName")};
+    static const QStringList partitionNamingKeys = {QLatin1String(Keys::PartitionName),
+                                                    QLatin1String(Keys::PartitionLabel), mountPointKey()};
+    static const QStringList namingKeys = {QLatin1String(Keys::SimName), QLatin1String(Keys::DriveName),
+                                           mountPointKey()};
     const bool partition = item.contains(partitionNamingKeys.first());
     for (const QString &key : partition ? partitionNamingKeys : namingKeys) {
         const QString name = item.value(key).toString().trimmed();

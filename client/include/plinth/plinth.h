@@ -5,6 +5,7 @@
 
 #include <plinth/daemon.h>
 #include <plinth/features.h>
+#include <plinth/mapkeys.h>
 #include <plinth/plainvalue.h>
 #include <plinth/sim.h>
 #include <plinth/storages.h>
