@@ -9,6 +9,7 @@
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
+#include <QElapsedTimer>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTest>
@@ -19,6 +20,12 @@ const QString Ofono = QStringLiteral("org.ofono");
 const QString MockInterface = QStringLiteral("org.freedesktop.DBus.Mock");
 const QString SimManager = QStringLiteral("org.ofono.SimManager");
 const QString ConnectionManager = QStringLiteral("org.ofono.ConnectionManager");
+
+// How long an answer of the mock may take to show: far past what it takes
+// (tens of milliseconds), because the sanitizer builds run on shared, loaded
+// machines, where a Python mock and an instrumented test may be starved for
+// seconds. Waiting that long costs nothing when the answer comes.
+const int AnswerTimeout = 30000; // ms
 
 // The subscriber identity the ofono template gives the SIM of its n-th modem.
 QString imsi(int n)
@@ -42,7 +49,9 @@ public:
         if (!m_process.waitForStarted())
             return false;
         QDBusConnectionInterface *bus = QDBusConnection::systemBus().interface();
-        for (int i = 0; i < 500 && m_process.state() == QProcess::Running; ++i) {
+        QElapsedTimer waited;
+        waited.start();
+        while (waited.elapsed() < AnswerTimeout && m_process.state() == QProcess::Running) {
             if (bus->isServiceRegistered(Ofono))
                 return true;
             QTest::qWait(20);
@@ -55,8 +64,10 @@ public:
     {
         if (m_process.state() == QProcess::NotRunning)
             return;
+        // Killed only when it hangs: a mock killed early would leave without
+        // removing its modems, which is another case (crash()).
         m_process.terminate();
-        if (!m_process.waitForFinished(5000)) {
+        if (!m_process.waitForFinished(AnswerTimeout)) {
             m_process.kill();
             m_process.waitForFinished();
         }
@@ -187,7 +198,7 @@ private slots:
         connect(manager.data(), &QOfonoExtModemManager::defaultDataSimChanged, this,
                 [&](const QString &sim) { log << QStringLiteral("data:") + sim; });
 
-        QTRY_VERIFY(!manager->defaultDataSim().isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(!manager->defaultDataSim().isEmpty(), AnswerTimeout);
         QCOMPARE(log, QStringList({QStringLiteral("ready:1 modems:/ril_0,/ril_1 data:"),
                                    QStringLiteral("voice:") + imsi(1),
                                    // Path order, not the order oFono lists them in.
@@ -203,14 +214,14 @@ private slots:
         const QString second = m_ofono->addModem(QStringLiteral("ril_1"));
         QSharedPointer<QOfonoExtModemManager> manager = QOfonoExtModemManager::instance();
         QSignalSpy dataSpy(manager.data(), &QOfonoExtModemManager::defaultDataSimChanged);
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
 
         m_ofono->setProperty(first, ConnectionManager, QStringLiteral("Powered"), false);
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(1));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(1), AnswerTimeout);
         m_ofono->setProperty(second, ConnectionManager, QStringLiteral("Powered"), false);
-        QTRY_COMPARE(manager->defaultDataSim(), QString());
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), QString(), AnswerTimeout);
         m_ofono->setProperty(first, ConnectionManager, QStringLiteral("Powered"), true);
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
         QCOMPARE(dataSpy.count(), 4);
         QCOMPARE(dataSpy.at(1).at(0).toString(), imsi(1));
         QCOMPARE(dataSpy.at(2).at(0).toString(), QString());
@@ -221,20 +232,20 @@ private slots:
         QVERIFY(m_ofono->start());
         const QString first = m_ofono->addModem(QStringLiteral("ril_0"));
         QSharedPointer<QOfonoExtModemManager> manager = QOfonoExtModemManager::instance();
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
 
         m_ofono->setProperty(first, SimManager, QStringLiteral("SubscriberIdentity"), QStringLiteral("424242"));
-        QTRY_COMPARE(manager->defaultDataSim(), QStringLiteral("424242"));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), QStringLiteral("424242"), AnswerTimeout);
         // A card without an identity, and no card at all.
         m_ofono->setProperty(first, SimManager, QStringLiteral("SubscriberIdentity"), QString());
-        QTRY_COMPARE(manager->defaultDataSim(), QString());
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), QString(), AnswerTimeout);
         m_ofono->setProperty(first, SimManager, QStringLiteral("SubscriberIdentity"), imsi(0));
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
         m_ofono->setProperty(first, SimManager, QStringLiteral("Present"), false);
-        QTRY_COMPARE(manager->defaultDataSim(), QString());
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), QString(), AnswerTimeout);
         // A card coming back is read afresh.
         m_ofono->setProperty(first, SimManager, QStringLiteral("Present"), true);
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
     }
 
     // The modem's interfaces come and go with its state.
@@ -244,16 +255,16 @@ private slots:
         const QString first = m_ofono->addModem(QStringLiteral("ril_0"));
         m_ofono->addModem(QStringLiteral("ril_1"));
         QSharedPointer<QOfonoExtModemManager> manager = QOfonoExtModemManager::instance();
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
 
         const QString modem = QStringLiteral("org.ofono.Modem");
         m_ofono->setProperty(first, modem, QStringLiteral("Interfaces"), QStringList{SimManager});
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(1));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(1), AnswerTimeout);
         m_ofono->setProperty(first, modem, QStringLiteral("Interfaces"), QStringList{ConnectionManager});
-        QTRY_COMPARE(manager->defaultDataSim(), QString());
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), QString(), AnswerTimeout);
         m_ofono->setProperty(first, modem, QStringLiteral("Interfaces"),
                              QStringList{ConnectionManager, SimManager});
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
     }
 
     void modemsAddedAndRemoved()
@@ -262,15 +273,15 @@ private slots:
         const QString first = m_ofono->addModem(QStringLiteral("ril_0"));
         QSharedPointer<QOfonoExtModemManager> manager = QOfonoExtModemManager::instance();
         QSignalSpy readySpy(manager.data(), &QOfonoExtModemManager::readyChanged);
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
 
         m_ofono->addModem(QStringLiteral("ril_1"));
-        QTRY_COMPARE(manager->availableModems(), QStringList({QStringLiteral("/ril_0"), QStringLiteral("/ril_1")}));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->availableModems(), QStringList({QStringLiteral("/ril_0"), QStringLiteral("/ril_1")}), AnswerTimeout);
 
         // Removed while it carries the data SIM: data moves to the other one.
         m_ofono->removeModem(first);
-        QTRY_COMPARE(manager->availableModems(), QStringList({QStringLiteral("/ril_1")}));
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(1));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->availableModems(), QStringList({QStringLiteral("/ril_1")}), AnswerTimeout);
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(1), AnswerTimeout);
         QCOMPARE(readySpy.count(), 1);
         QVERIFY(manager->ready());
     }
@@ -281,7 +292,7 @@ private slots:
         QVERIFY(m_ofono->start());
         m_ofono->addModem(QStringLiteral("ril_0"));
         QSharedPointer<QOfonoExtModemManager> manager = QOfonoExtModemManager::instance();
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
         QCOMPARE(manager->defaultVoiceSim(), imsi(0));
 
         QStringList log;
@@ -294,14 +305,14 @@ private slots:
         // oFono stopping removes its modems first: the data SIM goes with its
         // modem, then readiness and the voice SIM go with oFono.
         m_ofono->stop();
-        QTRY_VERIFY(!manager->ready());
+        QTRY_VERIFY_WITH_TIMEOUT(!manager->ready(), AnswerTimeout);
         QVERIFY(manager->availableModems().isEmpty());
         QCOMPARE(log, QStringList({QStringLiteral("data:"), QStringLiteral("ready:0"), QStringLiteral("voice:")}));
 
         log.clear();
         QVERIFY(m_ofono->start());
         m_ofono->addModem(QStringLiteral("ril_0"));
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
         QCOMPARE(log.value(0), QStringLiteral("ready:1"));
         QCOMPARE(manager->availableModems(), QStringList({QStringLiteral("/ril_0")}));
         QCOMPARE(manager->defaultVoiceSim(), imsi(0));
@@ -309,7 +320,7 @@ private slots:
         // oFono dying says nothing: readiness goes first, then both SIMs.
         log.clear();
         m_ofono->crash();
-        QTRY_VERIFY(!manager->ready());
+        QTRY_VERIFY_WITH_TIMEOUT(!manager->ready(), AnswerTimeout);
         QVERIFY(manager->availableModems().isEmpty());
         QCOMPARE(log, QStringList({QStringLiteral("ready:0"), QStringLiteral("voice:"), QStringLiteral("data:")}));
     }
@@ -319,12 +330,12 @@ private slots:
         QVERIFY(m_ofono->start());
         m_ofono->addModem(QStringLiteral("ril_0"));
         QSharedPointer<QOfonoExtModemManager> manager = QOfonoExtModemManager::instance();
-        QTRY_VERIFY(manager->ready());
+        QTRY_VERIFY_WITH_TIMEOUT(manager->ready(), AnswerTimeout);
         QCOMPARE(manager->defaultVoiceSim(), QString());
         QSignalSpy voiceSpy(manager.data(), &QOfonoExtModemManager::defaultVoiceSimChanged);
 
         QVERIFY(PrivateDconf::write("[veska/ofono]\ndefault_voice_sim='" + imsi(0).toUtf8() + "'\n"));
-        QTRY_COMPARE(voiceSpy.count(), 1);
+        QTRY_COMPARE_WITH_TIMEOUT(voiceSpy.count(), 1, AnswerTimeout);
         QCOMPARE(voiceSpy.at(0).at(0).toString(), imsi(0));
         QCOMPARE(manager->defaultVoiceSim(), imsi(0));
 
@@ -335,7 +346,7 @@ private slots:
         QCOMPARE(voiceSpy.count(), 1);
 
         QVERIFY(PrivateDconf::write(QByteArray()));
-        QTRY_COMPARE(voiceSpy.count(), 2);
+        QTRY_COMPARE_WITH_TIMEOUT(voiceSpy.count(), 2, AnswerTimeout);
         QCOMPARE(manager->defaultVoiceSim(), QString());
     }
 
@@ -356,7 +367,7 @@ private slots:
 
         m_ofono->addMethod(QStringLiteral("org.ofono.Manager"), QStringLiteral("GetModems"), QStringLiteral("a(oa{sv})"),
                            QStringLiteral("ret = [(m, objects[m].GetAll('org.ofono.Modem')) for m in self.modems]"));
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
         QCOMPARE(manager->availableModems(), QStringList({QStringLiteral("/ril_0")}));
     }
 
@@ -373,7 +384,7 @@ private slots:
                                           "name='org.ofono.Error.InProgress')\n"
                                           "ret = [(m, objects[m].GetAll('org.ofono.Modem')) for m in self.modems]"));
         QSharedPointer<QOfonoExtModemManager> manager = QOfonoExtModemManager::instance();
-        QTRY_COMPARE(manager->defaultDataSim(), imsi(0));
+        QTRY_COMPARE_WITH_TIMEOUT(manager->defaultDataSim(), imsi(0), AnswerTimeout);
         QCOMPARE(manager->availableModems(), QStringList({QStringLiteral("/ril_0")}));
     }
 };
