@@ -107,12 +107,11 @@ QDBusPendingReply<uint> Daemon::start() const
     // The bus answers StartServiceByName from its activation files alone: on
     // a bus without one for the daemon it answers ServiceUnknown even while
     // the daemon runs. So a running daemon is not asked of the bus.
-    if (!d->ownerKnown) {
-        // Only just made: the bus's answer is on its way, and the bus itself
-        // gives it at once.
-        d->initialOwner.waitForFinished();
+    // The answer to the question asked when this object was made may be in
+    // already, its notification not yet delivered; it is not waited for.
+    // Until it is in, the bus answers.
+    if (!d->ownerKnown && d->initialOwner.isFinished())
         d->takeInitialOwner();
-    }
     if (!d->owner.isEmpty() && !d->bus.baseService().isEmpty()) {
         if (!d->runningAnswer) {
             static QAtomicInteger<quint64> made;

@@ -34,9 +34,10 @@ public:
     // bus. Where the bus cannot start it (no activation file for it, as on a
     // bus set up by hand) and it does not run, the error is
     // org.freedesktop.DBus.Error.ServiceUnknown. The object learns whether
-    // the daemon runs from the bus when it is made, and follows it from then
-    // on; a start() right after that waits for the bus's answer, which the
-    // bus gives itself, at once, without asking the daemon.
+    // the daemon runs from the bus when it is made (one round trip), and
+    // follows it from then on. start() never waits: one made before that
+    // first answer is in is the bus's own answer, which on a bus that cannot
+    // start the daemon is ServiceUnknown even while it runs.
     QDBusPendingReply<uint> start() const;
     // The unique name of the daemon's connection; the error
     // org.freedesktop.DBus.Error.NameHasNoOwner when it is not running.
